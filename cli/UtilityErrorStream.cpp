@@ -1,0 +1,33 @@
+#include "cli/UtilityErrorStream.h"
+
+#include <iostream>
+
+namespace quelm {
+
+UtilityErrorStreamBuf::int_type UtilityErrorStreamBuf::overflow(int_type c) {
+    if (traits_type::eq_int_type(c, traits_type::eof())) {
+        return c;
+    }
+    const char character = traits_type::to_char_type(c);
+    std::cerr.put(character);
+    pending_.push_back(character);
+    return c;
+}
+
+int UtilityErrorStreamBuf::sync() {
+    std::cerr.flush();
+    std::cout.write(pending_.data(), static_cast<std::streamsize>(pending_.size()));
+    std::cout.flush();
+    pending_.clear();
+    return 0;
+}
+
+// The buffer is built after the base, so the base starts without one; rdbuf() also clears the bad bit of
+// that.
+UtilityErrorStream::UtilityErrorStream() : std::ostream(nullptr) {
+    rdbuf(&buffer_);
+}
+
+UtilityErrorStream errorStream;
+
+} // namespace quelm

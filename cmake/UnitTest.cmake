@@ -1,0 +1,15 @@
+# tamrix_unit_test(NAME SOURCES...): one GoogleTest executable; every test case is a ctest test of its own
+# and so runs in a process of its own.
+
+find_package(GTest REQUIRED)
+include(GoogleTest)
+
+function(tamrix_unit_test name)
+  add_executable(${name} ${ARGN})
+  target_link_libraries(${name} PRIVATE tamrix_core tamrix_warnings GTest::gmock_main)
+  target_compile_definitions(${name} PRIVATE TAMRIX_TEST_CHILDREN="$<TARGET_FILE_DIR:${name}>")
+  # Stack traces name the frames of the executable itself only when it exports them.
+  set_target_properties(${name} PROPERTIES
+    ENABLE_EXPORTS ON RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/tests)
+  gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST PROPERTIES TIMEOUT 120)
+endfunction()

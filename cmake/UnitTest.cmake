@@ -6,7 +6,7 @@ include(GoogleTest)
 
 function(tamrix_unit_test name)
   add_executable(${name} ${ARGN})
-  target_link_libraries(${name} PRIVATE tamrix_core tamrix_warnings GTest::gmock_main)
+  target_link_libraries(${name} PRIVATE tamrix_core tamrix_test_support tamrix_warnings GTest::gmock_main)
   target_compile_definitions(${name} PRIVATE TAMRIX_TEST_CHILDREN="$<TARGET_FILE_DIR:${name}>")
   # Stack traces name the frames of the executable itself only when it exports them.
   set_target_properties(${name} PROPERTIES

@@ -1,0 +1,107 @@
+#include "cli/Traceback.h"
+
+#include <algorithm>
+#include <regex>
+#include <sstream>
+
+#include <gtest/gtest.h>
+
+namespace {
+bool symbolsFail = false;
+int symbolCalls = 0;
+} // namespace
+
+extern "C" {
+char** __real_backtrace_symbols(void* const* addresses, int count);
+char** __wrap_backtrace_symbols(void* const* addresses, int count);
+char** __wrap_backtrace_symbols(void* const* addresses, int count) {
+    ++symbolCalls;
+    return symbolsFail ? nullptr : __real_backtrace_symbols(addresses, count);
+}
+}
+
+namespace traceback_test {
+
+// Exported under a name that a trace must show in its readable form.
+[[gnu::noinline]] quelm::Traceback captureHere(std::uint64_t skip);
+quelm::Traceback captureHere(std::uint64_t skip) {
+    quelm::Traceback trace(skip);
+    return trace;
+}
+
+[[gnu::noinline]] quelm::Traceback captureDeep(int depth);
+quelm::Traceback captureDeep(int depth) {
+    return depth == 0 ? captureHere(0) : captureDeep(depth - 1);
+}
+
+} // namespace traceback_test
+
+namespace {
+
+using quelm::Traceback;
+
+std::string print(const Traceback& trace) {
+    std::ostringstream stream;
+    trace.print(stream);
+    return stream.str();
+}
+
+class TracebackPrint : public testing::Test {
+protected:
+    ~TracebackPrint() override { symbolsFail = false; }
+};
+
+TEST_F(TracebackPrint, NamesTheFramesReadablyBehindATab) {
+    const std::string text = print(traceback_test::captureHere(0));
+    EXPECT_TRUE(text.starts_with("Traceback:\n\t")) << text;
+    EXPECT_NE(text.find("(traceback_test::captureHere(unsigned long)+0x"), std::string::npos) << text;
+}
+
+TEST_F(TracebackPrint, KeepsElevenFramesAtMost) {
+    const std::string text = print(traceback_test::captureDeep(30));
+    EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 1 + 11);
+}
+
+TEST_F(TracebackPrint, LeavesOutTheSkippedFrames) {
+    const std::string all = print(traceback_test::captureHere(0));
+    const std::string less = print(traceback_test::captureHere(2));
+    EXPECT_EQ(std::count(all.begin(), all.end(), '\n'), std::count(less.begin(), less.end(), '\n') + 2);
+    EXPECT_EQ(less.find("captureHere"), std::string::npos) << less;
+}
+
+TEST_F(TracebackPrint, FewerFramesThanToSkipGiveOnlyTheAddressesHeader) {
+    EXPECT_EQ(print(Traceback(50)), "Traceback addresses:\n");
+}
+
+TEST_F(TracebackPrint, WithoutSymbolLinesTheAddressesAreShown) {
+    symbolsFail = true;
+    const std::string text = print(traceback_test::captureHere(0));
+    EXPECT_TRUE(std::regex_match(text, std::regex("Traceback addresses:\n(\t0x[0-9a-f]+\n){2,11}"))) << text;
+}
+
+TEST_F(TracebackPrint, AskForSymbolsAgainOnlyUntilTheyCame) {
+    const Traceback trace = traceback_test::captureHere(0);
+    symbolCalls = 0;
+    symbolsFail = true;
+    print(trace);
+    symbolsFail = false;
+    const std::string first = print(trace);
+    EXPECT_EQ(print(trace), first);
+    EXPECT_EQ(symbolCalls, 2);
+}
+
+TEST_F(TracebackPrint, CopiesOwnTheirSymbolLines) {
+    const Traceback original = traceback_test::captureHere(0);
+    const std::string text = print(original);
+    const Traceback copy(original);
+    Traceback assigned(50);
+    EXPECT_EQ(print(assigned), "Traceback addresses:\n");
+    assigned = original;
+    EXPECT_EQ(print(copy), text);
+    EXPECT_EQ(print(assigned), text);
+    const Traceback& same = assigned;
+    assigned = same;
+    EXPECT_EQ(print(assigned), text);
+}
+
+} // namespace

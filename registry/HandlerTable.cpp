@@ -1,0 +1,73 @@
+#include "registry/HandlerTable.h"
+
+#include <algorithm>
+#include <array>
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+#include "registry/DisplayName.h"
+
+namespace quelm {
+
+namespace {
+
+constexpr std::size_t columns = 10;
+using Cells = std::array<std::string_view, columns>;
+using Widths = std::array<std::size_t, columns>;
+
+constexpr Cells titles{"id:",      "display name:", "version:", "type:",    "cgi-bin:",
+                       "cli-bin:", "php.ini:",      "system:",  "service:", "pool.d:"};
+
+// Calls `use` with the cells of each row; they are valid during the call only.
+template <class Use>
+void forEachRow(const HandlerRegistry& registry, Use use) {
+    use(titles);
+    for (const PhpHandler& handler : registry) {
+        const std::string name = expandedDisplayName(handler);
+        const std::string type = formatHandlerType(handler);
+        use(Cells{handler.id, name, handler.version, type, handler.path, handler.clipath, handler.phpini,
+                  handler.system ? "*" : "", handler.service, handler.poold});
+    }
+}
+
+Widths measure(const HandlerRegistry& registry) {
+    Widths widths{};
+    forEachRow(registry, [&](const Cells& cells) {
+        for (std::size_t column = 0; column < columns; ++column) {
+            widths[column] = std::max(widths[column], cells[column].size());
+        }
+    });
+    return widths;
+}
+
+void appendRow(std::string& output, const Cells& cells, const Widths& widths) {
+    for (std::size_t column = 0; column < columns; ++column) {
+        const std::size_t gap = column == 0 ? 0 : 2;
+        output.append(gap + widths[column] - cells[column].size(), ' ');
+        output += cells[column];
+    }
+    output += '\n';
+}
+
+void flush(std::string& output, std::ostream& stream) {
+    stream.write(output.data(), static_cast<std::streamsize>(output.size()));
+    output.clear();
+}
+
+} // namespace
+
+void writeHandlerTable(const HandlerRegistry& registry, std::ostream& stream) {
+    constexpr std::size_t piece = 65536;
+    const Widths widths = measure(registry);
+    std::string output;
+    forEachRow(registry, [&](const Cells& cells) {
+        appendRow(output, cells, widths);
+        if (output.size() >= piece) {
+            flush(output, stream);
+        }
+    });
+    flush(output, stream);
+}
+
+} // namespace quelm

@@ -1,0 +1,64 @@
+// Reads JSON tokens from a text and decodes its strings in place.
+#pragma once
+
+#include <cstddef>
+#include <string_view>
+
+#include "registry/JsonError.h"
+
+namespace quelm {
+
+// Owns its position and its first error. Each step skips white space (the C locale's) and answers whether it
+// found what it names; after a "no" only error() is of use. Only bytes
+// that it has passed are written, so offsets are those of the original text.
+class JsonReader {
+public:
+    // Where a step into or through an object or array has led.
+    enum class Next { item, end, failed };
+
+    // `text` ends with its first NUL byte, is overwritten while reading, and outlives the reader and every
+    // string that it returned.
+    explicit JsonReader(char* text) : begin_(text), cursor_(text) {}
+
+    // Steps to the first member or the next one; `name` is set and its value is due. At `end` the reader
+    // stands on the closing bracket.
+    Next openObject(std::string_view& name);
+    Next nextMember(std::string_view& name);
+
+    // The same for the elements of an array.
+    Next openArray();
+    Next nextElement();
+
+    // Steps over the closing bracket.
+    void close() { ++cursor_; }
+
+    // A string. The escapes are \" \\ \/ \b \f \n \r \t and \u0000, which ends the value: the rest of the
+    // string is checked and dropped. The value is NUL-terminated in the text.
+    bool readString(std::string_view& value);
+    bool readBoolean(bool& value);
+
+    // Reads any value and drops it. Nesting costs one bit per level and no stack.
+    bool skipValue();
+
+    // Records the error at the present position. Always false.
+    bool fail(JsonErrorCode code);
+
+    const JsonError& error() const { return error_; }
+
+private:
+    void skipSpace();
+    bool readName(std::string_view& name);
+    bool decodeRest(char* start, std::string_view& value);
+    bool decodeEscape(char& decoded);
+    bool skipScalar();
+    bool skipNumber();
+    bool skipDigits();
+    bool skipWord(std::string_view word, JsonErrorCode code);
+    Next nextItem(bool inObject);
+
+    char* begin_;
+    char* cursor_;
+    JsonError error_;
+};
+
+} // namespace quelm

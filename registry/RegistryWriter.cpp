@@ -1,0 +1,75 @@
+#include "registry/RegistryWriter.h"
+
+#include <cstddef>
+#include <string_view>
+
+#include "registry/DisplayName.h"
+#include "registry/JsonString.h"
+
+namespace quelm {
+
+namespace {
+
+void appendMember(std::string& output, std::string_view prefix, const std::string& value) {
+    output += prefix;
+    // c_str: a value with a NUL byte is written up to it.
+    appendJsonString(output, value.c_str());
+}
+
+void appendHandler(std::string& output, const PhpHandler& handler, JsonPurpose purpose) {
+    output += "\n{\n";
+    appendMember(output, "\t\"id\":", handler.id);
+    appendMember(output, ",\n\t\"path\":", handler.path);
+    appendMember(output, ",\n\t\"clipath\":", handler.clipath);
+    appendMember(output, ",\n\t\"phpini\":", handler.phpini);
+    appendMember(output, ",\n\t\"version\":", handler.version);
+    appendMember(output, ",\n\t\"displayname\":",
+                 purpose == JsonPurpose::storage ? escapedDisplayName(handler)
+                                                 : expandedDisplayName(handler));
+    appendMember(output, ",\n\t\"type\":", formatHandlerType(handler));
+    output += ",\n\t\"system\":";
+    output += handler.system ? "true" : "false";
+    if (handler.type == PhpHandlerType::fpm) {
+        appendMember(output, ",\n\t\"service\":", handler.service);
+        appendMember(output, ",\n\t\"poold\":", handler.poold);
+    }
+    output += "\n}";
+}
+
+// Enough when nothing needs an escape, so that the document is not copied while it grows.
+std::size_t expectedSize(const HandlerRegistry& registry) {
+    constexpr std::size_t fixedPart = 160;
+    std::size_t size = fixedPart;
+    for (const PhpHandler& handler : registry) {
+        size += fixedPart + handler.id.size() + handler.path.size() + handler.clipath.size() +
+                handler.phpini.size() + 2 * handler.version.size() + 3 * handler.displayname.size() +
+                handler.service.size() + handler.poold.size();
+    }
+    return size;
+}
+
+} // namespace
+
+std::string registryJson(const HandlerRegistry& registry, JsonPurpose purpose) {
+    std::string output;
+    output.reserve(expectedSize(registry));
+    output += "{\"php\":[";
+    bool first = true;
+    for (const PhpHandler& handler : registry) {
+        if (!first) {
+            output += ',';
+        }
+        first = false;
+        appendHandler(output, handler, purpose);
+    }
+    output += "\n]}\n";
+    return output;
+}
+
+void writeRegistryJson(const HandlerRegistry& registry, std::ostream& stream, bool forStorage) {
+    const std::string document =
+        registryJson(registry, forStorage ? JsonPurpose::storage : JsonPurpose::listing);
+    stream.write(document.data(), static_cast<std::streamsize>(document.size()));
+}
+
+} // namespace quelm

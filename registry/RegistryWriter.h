@@ -1,0 +1,21 @@
+// The registry as a JSON document: for the registry file and, with display names as people see them, for the
+// control panel. Layout and order of members are fixed, byte for byte.
+#pragma once
+
+#include <ostream>
+#include <string>
+
+#include "registry/HandlerRegistry.h"
+
+namespace quelm {
+
+enum class JsonPurpose { listing, storage };
+
+// Throws std::runtime_error when a record's type is none of the four or its display name cannot be encoded.
+std::string registryJson(const HandlerRegistry& registry, JsonPurpose purpose);
+
+// Writes the document in one piece: for storage with percent-encoded display names, else with expanded ones.
+// Throws as registryJson does, before anything is written; a stream that fails is left to the caller.
+void writeRegistryJson(const HandlerRegistry& registry, std::ostream& stream, bool forStorage);
+
+} // namespace quelm

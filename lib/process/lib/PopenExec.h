@@ -1,0 +1,32 @@
+// Runs shell commands through popen: feeding one, or collecting what one prints. The command inherits the
+// utility's signal mask, but SIGPIPE and SIGCHLD at their defaults.
+#pragma once
+
+#include <string>
+
+namespace quelm {
+
+// Runs `command` with `text` as its standard input and waits for it. Returns its exit status, or -1 when it
+// was killed, or when it could not be started or did not take the whole text; standard error then gets
+// "Failed to execute command with input: either pipe, fork or memory allocation failed." or "Failed to
+// execute command with input: only N of M bytes were written.". What a pipe has taken counts as written. A
+// command that stops reading does not kill the utility.
+int exec_with_input(const char* command, const std::string& text);
+
+enum class PopenFailure {
+    none,
+    notStarted, // popen or the final wait failed; errno has the reason, or 0 when popen gave none
+    noMemory,   // no memory for the output buffer: the command was not started
+    cutOutput   // the buffer could not grow: the command ran to its end, the rest of its output is lost
+};
+
+// Runs `command` and waits for it. Returns its exit status (the shell's 127 when it knows no such command),
+// or -1 when it was killed or on notStarted and noMemory. `*output` becomes its NUL-terminated standard
+// output, for the caller to release with free, or null on notStarted and noMemory. `failure` may be null.
+int popen_exec(const char* command, char** output, PopenFailure* failure = nullptr);
+
+// popen_exec that also prints what went wrong on standard error: the failure, and for a result other than 0
+// "popen_exec: command failed code: RESULT , OUTPUT", where "error: none" stands for an empty output.
+int popen_exec_report(const char* command, char** output);
+
+} // namespace quelm

@@ -16,7 +16,7 @@ ArgVector::ArgVector(std::initializer_list<std::string> arguments) : ArgVector()
 
 ArgVector::ArgVector(const ArgVector& other) : ArgVector() {
     for (std::size_t i = 0; i + 1 < other.pointers_.size(); ++i) {
-        add(other.pointers_[i]);
+        append(other.pointers_[i]);
     }
 }
 
@@ -32,7 +32,7 @@ ArgVector::~ArgVector() {
     }
 }
 
-void ArgVector::add(const char* argument) {
+void ArgVector::append(const char* argument) {
     std::unique_ptr<char, decltype(&std::free)> copy(::strdup(argument), &std::free);
     if (copy == nullptr) {
         throw std::bad_alloc();

@@ -19,13 +19,13 @@ public:
     ~ArgVector();
 
     // Inserts before the null pointer. Invalidates data() but not the strings.
-    void add(const std::string& argument) { add(argument.c_str()); }
+    void add(const std::string& argument) { append(argument.c_str()); }
 
     const std::vector<char*>& get() const { return pointers_; }
     char* const* data() const { return pointers_.data(); }
 
 private:
-    void add(const char* argument);
+    void append(const char* argument);
 
     std::vector<char*> pointers_;
 };

@@ -5,6 +5,7 @@
 #include <string>
 #include <string_view>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 #include "registry/PhpHandler.h"
@@ -38,6 +39,12 @@ public:
     void erase(std::size_t position);
     void clear();
 
+    // Calls `keep` with each record, first to last, and removes those for which it answers false; the others
+    // stay in their order. `keep` may change the record. One pass: the cost does not grow with the number of
+    // records removed. When `keep` throws, the record at hand and all behind it stay.
+    template <class Keep>
+    void keepIf(Keep keep);
+
 private:
     void makeIndex();
     void index(std::size_t position);
@@ -48,6 +55,29 @@ private:
     std::unordered_multimap<std::size_t, std::size_t> positions_;
     bool indexed_ = false;
 };
+
+template <class Keep>
+void HandlerRegistry::keepIf(Keep keep) {
+    dropIndex();
+    auto place = records_.begin();
+    auto record = records_.begin();
+    const auto closeGap = [&] { records_.erase(place, record); };
+    try {
+        for (; record != records_.end(); ++record) {
+            if (!keep(*record)) {
+                continue;
+            }
+            if (place != record) {
+                *place = std::move(*record);
+            }
+            ++place;
+        }
+    } catch (...) {
+        closeGap();
+        throw;
+    }
+    closeGap();
+}
 
 // The first record with the id, or null. The pointer stays valid while nothing is added or removed.
 PhpHandler* find(HandlerRegistry& registry, std::string_view id);

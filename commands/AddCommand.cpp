@@ -1,0 +1,99 @@
+// --add. The order is behaviour: what comes before the save leaves the registry file as it was; the service
+// check and the ulimit keep their effect even when the record is then refused; the identifier is out before
+// the hooks run.
+#include <iostream>
+
+#include "cli/CommandHandlers.h"
+#include "cli/QuelmUtilException.h"
+#include "commands/CommandOptions.h"
+#include "commands/PhpVersion.h"
+#include "host/HookRunner.h"
+#include "host/ServiceTools.h"
+#include "host/SiblingTools.h"
+#include "registry/HandlerId.h"
+#include "registry/RegistryFile.h"
+
+namespace quelm {
+
+namespace {
+
+CommandOptions describeOptions() {
+    CommandOptions options("Add handler options");
+    options.addText("id", "handler id");
+    options.addText("displayname", "human readable handler name");
+    options.addText("path", "path to php-cgi");
+    options.addText("clipath", "path to php-cli");
+    options.addRequiredText("phpini", "path to php.ini");
+    options.addRequiredText("type", "php handler type : <cgi|fastcgi|fpm>");
+    options.addDirtyFlagSwitch();
+    options.addText("service", "service name for fpm");
+    options.addText("poold", "path to pool.d for fpm");
+    return options;
+}
+
+// The default name is not a default of the option library: it would show in the printed description.
+std::string displayNameFrom(const CommandOptions& options) {
+    return options.given("displayname") ? options.text("displayname") : "$version";
+}
+
+void identify(PhpHandler& handler, const CommandOptions& options) {
+    if (options.given("id")) {
+        handler.id = options.text("id");
+    } else {
+        computeHandlerId(handler);
+    }
+}
+
+void takeCli(PhpHandler& handler, const CommandOptions& options) {
+    if (options.given("clipath")) {
+        handler.clipath = options.text("clipath");
+        warnIfVersionsDiffer(handler.version, getPhpVersion(handler.clipath, handler.phpini));
+    }
+}
+
+void takeFpm(PhpHandler& handler, const CommandOptions& options) {
+    if (handler.type != PhpHandlerType::fpm) {
+        return;
+    }
+    if (!options.given("service") || !options.given("poold")) {
+        throw QuelmUtilException("Service name and pool.d should be specified for type `fpm'");
+    }
+    handler.service = options.text("service");
+    checkServiceExists(handler.service);
+    handler.poold = options.text("poold");
+    setDefaultUlimit({handler.service});
+}
+
+void addHandler(const CommandOptions& options) {
+    PhpHandler handler;
+    handler.path = options.text("path");
+    handler.phpini = options.text("phpini");
+    handler.version = getPhpVersion(handler.path, handler.phpini);
+    HandlerRegistry registry;
+    load(registry, registryPath);
+    handler.displayname = displayNameFrom(options);
+    handler.type = parseHandlerType(options.text("type"));
+    handler.system = false;
+    if (handler.type == PhpHandlerType::module) {
+        throw QuelmUtilException("Unable to create custom handler with type `module'");
+    }
+    identify(handler, options);
+    takeCli(handler, options);
+    takeFpm(handler, options);
+    add(registry, handler);
+    save(registry, registryPath);
+    std::cout << handler.id << std::endl;
+    runConfigurators("add", handler);
+    if (!options.skipDirtyFlag()) {
+        setDepotDirtyFlag();
+    }
+}
+
+} // namespace
+
+int addCommand(int argc, char** argv) {
+    CommandOptions options = describeOptions();
+    return options.run(argc, argv, [&options] { addHandler(options); });
+}
+
+} // namespace quelm

@@ -1,0 +1,142 @@
+#include "commands/CommandOptions.h"
+
+#include <stdexcept>
+#include <vector>
+
+#include <boost/any.hpp>
+#include <boost/program_options/errors.hpp>
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using quelm::CommandOptions;
+
+const std::string description = "Sample options:\n"
+                                "  --id arg              handler id\n"
+                                "  --path arg            path to php-cgi\n"
+                                "  --phpini arg          path to php.ini\n"
+                                "  --help                show help\n"
+                                "  --no-set-dirty-flag   do not call depotctl --set-dirty-flag\n"
+                                "\n";
+
+class Options : public testing::Test {
+protected:
+    Options() {
+        options_.addText("id", "handler id");
+        options_.addText("path", "path to php-cgi");
+        options_.addRequiredText("phpini", "path to php.ini");
+        options_.addFlag("help", "show help");
+        options_.addDirtyFlagSwitch();
+    }
+
+    // Runs with these words behind the command word.
+    int run(
+        std::vector<std::string> words, const std::function<void()>& steps = [] {}) {
+        words.insert(words.begin(), "--sample");
+        std::vector<char*> argv;
+        for (std::string& word : words) {
+            argv.push_back(word.data());
+        }
+        argv.push_back(nullptr);
+        testing::internal::CaptureStderr();
+        int status = -1;
+        try {
+            status = options_.run(static_cast<int>(words.size()), argv.data(), steps);
+        } catch (...) {
+            testing::internal::GetCapturedStderr();
+            throw;
+        }
+        error_ = testing::internal::GetCapturedStderr();
+        return status;
+    }
+
+    void expectError(const std::vector<std::string>& words, const std::string& text) {
+        bool stepsRan = false;
+        EXPECT_EQ(run(words, [&] { stepsRan = true; }), 1);
+        EXPECT_FALSE(stepsRan);
+        EXPECT_EQ(error_, "[Error] " + text + "\n\n" + description);
+    }
+
+    CommandOptions options_{"Sample options"};
+    std::string error_;
+};
+
+TEST_F(Options, AValueFollowsAsTheNextWordOrBehindAnEqualsSign) {
+    EXPECT_EQ(run({"--id", "a b", "--phpini=/x=y"}), 0);
+    EXPECT_EQ(options_.text("id"), "a b");
+    EXPECT_EQ(options_.text("phpini"), "/x=y");
+    EXPECT_EQ(error_, "");
+}
+
+TEST_F(Options, AnEmptyWordIsAnEmptyValue) {
+    EXPECT_EQ(run({"--id", "", "--phpini", ""}), 0);
+    EXPECT_TRUE(options_.given("id"));
+    EXPECT_EQ(options_.text("id"), "");
+}
+
+TEST_F(Options, AnOptionsNameIsTakenAsAValueWhereOneIsDue) {
+    EXPECT_EQ(run({"--id", "--path", "--phpini", "x"}), 0);
+    EXPECT_EQ(options_.text("id"), "--path");
+    EXPECT_FALSE(options_.given("path"));
+}
+
+TEST_F(Options, AnUnambiguousPrefixIsAccepted) {
+    EXPECT_EQ(run({"--i=1", "--php", "x", "--no"}), 0);
+    EXPECT_EQ(options_.text("id"), "1");
+    EXPECT_TRUE(options_.skipDirtyFlag());
+}
+
+TEST_F(Options, StrayWordsAndEverythingBehindTwoDashesAreIgnored) {
+    EXPECT_EQ(run({"stray", "--phpini", "x", "--", "--id", "1", "--bogus"}), 0);
+    EXPECT_FALSE(options_.given("id"));
+}
+
+TEST_F(Options, TheSwitchIsOffUnlessGiven) {
+    EXPECT_EQ(run({"--phpini", "x"}), 0);
+    EXPECT_FALSE(options_.skipDirtyFlag());
+}
+
+TEST_F(Options, TheTypedAccessToAnAbsentOptionThrowsTheLibrarysBadCast) {
+    EXPECT_THROW(run({"--phpini", "x"}, [&] { options_.text("path"); }), boost::bad_any_cast);
+}
+
+TEST_F(Options, OnlyOptionErrorsOfTheStepsAreReportedHere) {
+    EXPECT_EQ(run({"--phpini", "x"}, [] { throw boost::program_options::error("late"); }), 1);
+    EXPECT_EQ(error_, "[Error] late\n\n" + description);
+    EXPECT_THROW(run({"--phpini", "y"}, [] { throw std::logic_error("passes"); }), std::logic_error);
+}
+
+TEST_F(Options, OptionErrorsPrintTheLibrarysTextAndTheDescription) {
+    expectError({}, "the option '--phpini' is required but missing");
+    expectError({"--bogus"}, "unrecognised option '--bogus'");
+    expectError({"-x"}, "unrecognised option '-x'");
+    expectError({"--id"}, "the required argument for option '--id' is missing");
+    expectError({"--id="}, "the argument for option '--id' should follow immediately after the equal sign");
+    expectError({"--p", "x"}, "option '--p' is ambiguous and matches '--path', and '--phpini'");
+    expectError({"--id", "1", "--id", "2"}, "option '--id' cannot be specified more than once");
+    expectError({"--no-set-dirty-flag=1"}, "option '--no-set-dirty-flag' does not take any arguments");
+    expectError(
+        {"--no-set-dirty-flag="},
+        "the argument for option '--no-set-dirty-flag' should follow immediately after the equal sign");
+}
+
+TEST_F(Options, AWordThatHoldsALibraryPlaceholderIsRefusedAsItStands) {
+    for (const std::string word : {"--%canonical_option%", "-%canonical_option%", "-x%canonical_option%",
+                                   "--%original_token%", "--%prefix%", "--%option%", "--%value%", "--100%",
+                                   "--bogus=%canonical_option%", "--id%canonical_option%"}) {
+        expectError({word}, "unrecognised option '" + word + "'");
+    }
+    expectError({"--p=%canonical_option%"},
+                "option '--p=%canonical_option%' is ambiguous and matches '--path', and '--phpini'");
+    expectError({"--no-set-dirty-flag=%original_token%"},
+                "option '--no-set-dirty-flag' does not take any arguments");
+}
+
+TEST_F(Options, ALibraryPlaceholderIsAnOrdinaryValue) {
+    EXPECT_EQ(run({"--id", "--%canonical_option%", "--path=%prefix%", "--phpini", "x"}), 0);
+    EXPECT_EQ(options_.text("id"), "--%canonical_option%");
+    EXPECT_EQ(options_.text("path"), "%prefix%");
+}
+
+} // namespace

@@ -1,0 +1,22 @@
+// The handlers that operating-system packages describe, one INI file each. docs/package-files.md shows one.
+#pragma once
+
+#include <string>
+
+#include "registry/HandlerRegistry.h"
+
+namespace quelm {
+
+inline constexpr const char* packageDirectory = "/etc/ovt/php_versions.d";
+
+// Adds the handler of every regular file *.conf of the package directory, in the order in which the directory
+// lists them, and the "-dedicated" twin of each fpm handler of PHP 7.3 or later. A file that cannot be read
+// or added is reported on standard error and the next one is taken; what it had added stays. A missing
+// directory, or another kind of file in its place, adds nothing. Throws std::filesystem::filesystem_error
+// when the directory cannot be examined or listed.
+void readPackageHandlers(HandlerRegistry& registry);
+
+// The same for another directory.
+void readPackageHandlers(HandlerRegistry& registry, const std::string& directory);
+
+} // namespace quelm

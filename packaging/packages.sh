@@ -1,0 +1,47 @@
+#!/bin/bash
+# The Debian packages that this tree needs, and the one function that installs them. Sourced by ./run and
+# ./test; this is the only list.
+# shellcheck disable=SC2034 # used by those that source it
+
+build_packages=(cmake ninja-build g++ libboost-dev libboost-program-options-dev libboost-regex-dev
+    libcurl4-openssl-dev libssl-dev)
+host_packages=(bubblewrap)
+php_packages=(php8.2-cgi php8.2-cli php8.2-fpm)
+test_packages=(libgtest-dev libgmock-dev python3 python3-pytest clang-format shellcheck)
+full_packages=(clang-tidy gcovr)
+
+as_root() {
+    if [[ $(id -u) -eq 0 ]]; then
+        "$@"
+    else
+        sudo "$@"
+    fi
+}
+
+# install_missing PACKAGE...: silent when all are there; otherwise says in one line what it installs.
+# Services of the installed packages are not started. Fails with apt's own words when apt fails.
+install_missing() {
+    local installed package missing=() log policy=/usr/sbin/policy-rc.d own_policy=no status=0
+    # shellcheck disable=SC2016 # the braces are dpkg-query's
+    installed=$(dpkg-query -W -f='${db:Status-Status}:${Package}\n' "$@" 2>/dev/null) || true
+    for package in "$@"; do
+        [[ $'\n'$installed$'\n' == *$'\n'"installed:$package"$'\n'* ]] || missing+=("$package")
+    done
+    [[ ${#missing[@]} -gt 0 ]] || return 0
+    echo "Installing: ${missing[*]}"
+    if [[ ! -e $policy ]]; then
+        own_policy=yes
+        printf '#!/bin/sh\nexit 101\n' | as_root tee "$policy" >/dev/null
+        as_root chmod 755 "$policy"
+    fi
+    log=$(as_root env LC_ALL=C.UTF-8 DEBIAN_FRONTEND=noninteractive sh -c '
+        apt-get update -qq && apt-get install -y -qq --no-install-recommends "$@"' sh "${missing[@]}" \
+        </dev/null 2>&1) || status=$?
+    if [[ $own_policy == yes ]]; then
+        as_root rm -f "$policy"
+    fi
+    if [[ $status -ne 0 ]]; then
+        printf '%s\n' "$log" >&2
+    fi
+    return "$status"
+}

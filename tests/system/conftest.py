@@ -1,0 +1,61 @@
+"""Options and the `host` fixture. Run by ./test; by hand, from the root:
+
+    /usr/bin/python3 -m pytest -p no:cacheprovider tests/system --binary build/release/tamrix [-k WORD]
+"""
+
+import os
+import pathlib
+import re
+import shutil
+import sys
+import tempfile
+
+import pytest
+
+ROOT = pathlib.Path(__file__).resolve().parents[2]
+sys.path.insert(0, str(ROOT / "tests/support"))
+
+import private_host  # noqa: E402
+
+
+def pytest_addoption(parser):
+    parser.addoption("--binary", default=str(ROOT / "build/release/tamrix"), help="the program under test")
+    parser.addoption("--hosts", help="folder for the private hosts; those of failed tests stay there")
+    parser.addoption("--shared", help="folder that stays writable inside")
+    parser.addoption("--shard", default="1/1", help="N/M: only every M-th test, from the N-th on")
+    parser.addoption("--seed", help="seed of the random sequences")
+
+
+def pytest_collection_modifyitems(config, items):
+    number, count = (int(part) for part in config.getoption("--shard").split("/"))
+    config.hook.pytest_deselected(items=[i for n, i in enumerate(items) if n % count != number - 1])
+    items[:] = items[number - 1 :: count]
+
+
+@pytest.hookimpl(hookwrapper=True)
+def pytest_runtest_makereport(item, call):
+    outcome = yield
+    if call.when == "call" and outcome.get_result().failed:
+        item.has_failed = True
+
+
+@pytest.fixture
+def host(request):
+    """A fresh private host with recording tools; removed unless the test fails."""
+    hosts = request.config.getoption("--hosts") or os.path.join(tempfile.gettempdir(), "tamrix-hosts")
+    os.makedirs(hosts, exist_ok=True)
+    name = re.sub(r"[^A-Za-z0-9_]+", "-", request.node.name)[:60]
+    folder = tempfile.mkdtemp(prefix=name + ".", dir=hosts)
+    options = request.config.getoption
+    made = private_host.PrivateHost(folder, options("--binary"), options("--shared"))
+    made.record_tools()
+    yield made
+    made.close()
+    if getattr(request.node, "has_failed", False):
+        print(f"kept: {folder}")
+    else:
+        shutil.rmtree(folder)
+        try:
+            os.rmdir(hosts)
+        except OSError:
+            pass

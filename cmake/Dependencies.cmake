@@ -1,10 +1,40 @@
 # The libraries, all Debian packages: libboost-dev, libboost-program-options-dev, libboost-regex-dev,
-# libcurl4-openssl-dev, libssl-dev.
+# libcurl4-openssl-dev, libssl-dev; lld for the archives.
+#
+# TAMRIX_LINK chooses how the program takes them in:
+#   shared    as shared objects, like any program of the distribution. libcurl alone brings 30 of them, which
+#             costs every start some milliseconds, and the constructors of those leave errno at 2 before main.
+#   archives  as archives, by lld, with everything unreachable thrown away: one file that needs only the C
+#             library and starts about as fast as a C program. lld asks for no symbol of code that it throws
+#             away, so libcurl's own dependencies are not needed. The C library stays shared because the name
+#             service (user and group look-ups) loads modules.
+# The tests run against both forms.
 
-find_package(Boost 1.74 REQUIRED COMPONENTS program_options regex)
-find_package(CURL REQUIRED)
-find_package(OpenSSL REQUIRED COMPONENTS Crypto)
+set(TAMRIX_LINK shared CACHE STRING "shared or archives")
+set_property(CACHE TAMRIX_LINK PROPERTY STRINGS shared archives)
 
 add_library(tamrix_dependencies INTERFACE)
-target_link_libraries(tamrix_dependencies INTERFACE
-  Boost::program_options Boost::regex CURL::libcurl OpenSSL::Crypto)
+
+if(TAMRIX_LINK STREQUAL archives)
+  set(Boost_USE_STATIC_LIBS ON)
+  find_package(Boost 1.74 REQUIRED COMPONENTS program_options regex)
+  find_path(CURL_INCLUDE curl/curl.h REQUIRED)
+  find_library(CURL_ARCHIVE libcurl.a REQUIRED)
+  find_library(CRYPTO_ARCHIVE libcrypto.a REQUIRED)
+  target_include_directories(tamrix_dependencies INTERFACE ${CURL_INCLUDE})
+  target_link_libraries(tamrix_dependencies INTERFACE
+    Boost::program_options Boost::regex ${CURL_ARCHIVE} ${CRYPTO_ARCHIVE})
+  # The program's own symbols stay exported for stack traces; those of the archives do not.
+  target_link_options(tamrix_dependencies INTERFACE
+    -fuse-ld=lld -static-libstdc++ -static-libgcc LINKER:--gc-sections LINKER:--as-needed
+    LINKER:--exclude-libs,libcurl.a:libcrypto.a:libboost_program_options.a:libboost_regex.a:libstdc++.a:libgcc.a:libgcc_eh.a)
+  target_compile_options(tamrix_dependencies INTERFACE -ffunction-sections -fdata-sections)
+elseif(TAMRIX_LINK STREQUAL shared)
+  find_package(Boost 1.74 REQUIRED COMPONENTS program_options regex)
+  find_package(CURL REQUIRED)
+  find_package(OpenSSL REQUIRED COMPONENTS Crypto)
+  target_link_libraries(tamrix_dependencies INTERFACE
+    Boost::program_options Boost::regex CURL::libcurl OpenSSL::Crypto)
+else()
+  message(FATAL_ERROR "TAMRIX_LINK is '${TAMRIX_LINK}'; use shared or archives")
+endif()

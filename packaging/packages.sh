@@ -4,7 +4,7 @@
 # shellcheck disable=SC2034 # used by those that source it
 
 build_packages=(cmake ninja-build g++ libboost-dev libboost-program-options-dev libboost-regex-dev
-    libcurl4-openssl-dev libssl-dev)
+    libcurl4-openssl-dev libssl-dev lld)
 host_packages=(bubblewrap)
 php_packages=(php8.2-cgi php8.2-cli php8.2-fpm)
 test_packages=(libgtest-dev libgmock-dev python3 python3-pytest clang-format shellcheck)

@@ -1,0 +1,161 @@
+#include "registry/HandlerRegistry.h"
+
+#include <stdexcept>
+#include <typeinfo>
+
+#include <gtest/gtest.h>
+
+#include "cli/QuelmUtilException.h"
+#include "tests/registry/TestRegistry.h"
+
+namespace quelm {
+
+using test::handlerWithId;
+using test::ids;
+using test::registryOf;
+
+TEST(HandlerRegistryAdd, AppendsCopiesInOrder) {
+    HandlerRegistry registry;
+    PhpHandler handler = handlerWithId("b");
+    add(registry, handler);
+    handler.id = "a";
+    add(registry, handler);
+    EXPECT_EQ(ids(registry), "b a ");
+    handler.path = "changed";
+    EXPECT_EQ(registry[1], handlerWithId("a"));
+}
+
+TEST(HandlerRegistryAdd, EmptyIdIsAPlainRuntimeError) {
+    HandlerRegistry registry;
+    try {
+        add(registry, handlerWithId(""));
+        ADD_FAILURE();
+    } catch (const std::runtime_error& failure) {
+        EXPECT_STREQ(failure.what(), "Undefined php handler id");
+        EXPECT_EQ(typeid(failure), typeid(std::runtime_error));
+    }
+    EXPECT_TRUE(registry.empty());
+}
+
+TEST(HandlerRegistryAdd, TakenIdIsRefused) {
+    HandlerRegistry registry = registryOf({handlerWithId("a"), handlerWithId("b")});
+    try {
+        add(registry, handlerWithId("b"));
+        ADD_FAILURE();
+    } catch (const QuelmUtilException& failure) {
+        EXPECT_STREQ(failure.what(), "Handler with id = `b' already exists");
+    }
+    EXPECT_EQ(ids(registry), "a b ");
+}
+
+TEST(HandlerRegistryAdd, IdsAreComparedByteByByte) {
+    HandlerRegistry registry;
+    for (const std::string id : {"a", "A", " a", "a ", "a%", "\xff"}) {
+        EXPECT_NO_THROW(add(registry, handlerWithId(id)));
+    }
+    EXPECT_NO_THROW(add(registry, handlerWithId(std::string("a\0", 2))));
+    EXPECT_EQ(registry.size(), 7U);
+}
+
+TEST(HandlerRegistryAdd, SeesAnIdThatWasChangedInPlace) {
+    HandlerRegistry registry;
+    add(registry, handlerWithId("a"));
+    find(registry, "a")->id = "b";
+    EXPECT_THROW(add(registry, handlerWithId("b")), QuelmUtilException);
+    EXPECT_NO_THROW(add(registry, handlerWithId("a")));
+    registry[0].id = "c";
+    EXPECT_THROW(add(registry, handlerWithId("c")), QuelmUtilException);
+    for (PhpHandler& handler : registry) {
+        handler.id += "2";
+    }
+    EXPECT_NO_THROW(add(registry, handlerWithId("c")));
+    EXPECT_THROW(add(registry, handlerWithId("a2")), QuelmUtilException);
+}
+
+TEST(HandlerRegistryAdd, AnIdIsFreeAgainAfterItsRecordWent) {
+    HandlerRegistry registry;
+    add(registry, handlerWithId("a"));
+    add(registry, handlerWithId("b"));
+    erase(registry, 0);
+    EXPECT_THROW(add(registry, handlerWithId("b")), QuelmUtilException);
+    EXPECT_NO_THROW(add(registry, handlerWithId("a")));
+    remove(registry, "b");
+    EXPECT_NO_THROW(add(registry, handlerWithId("b")));
+    registry.clear();
+    EXPECT_NO_THROW(add(registry, handlerWithId("a")));
+    EXPECT_EQ(ids(registry), "a ");
+}
+
+TEST(HandlerRegistryAdd, ACopyKnowsItsOwnIds) {
+    HandlerRegistry registry;
+    add(registry, handlerWithId("a"));
+    HandlerRegistry copy = registry;
+    add(copy, handlerWithId("b"));
+    EXPECT_THROW(add(copy, handlerWithId("a")), QuelmUtilException);
+    EXPECT_NO_THROW(add(registry, handlerWithId("b")));
+}
+
+// Quadratic behaviour would take minutes here.
+TEST(HandlerRegistryAdd, ManyRecordsAreAddedQuickly) {
+    HandlerRegistry registry;
+    for (int i = 0; i < 100000; ++i) {
+        add(registry, handlerWithId(std::to_string(i)));
+    }
+    EXPECT_EQ(registry.size(), 100000U);
+    EXPECT_THROW(add(registry, handlerWithId("99999")), QuelmUtilException);
+}
+
+TEST(HandlerRegistryFind, ExactMatchOrNull) {
+    HandlerRegistry registry = registryOf({handlerWithId("a"), handlerWithId("b")});
+    EXPECT_EQ(find(registry, "b"), &registry[1]);
+    EXPECT_EQ(find(registry, "B"), nullptr);
+    EXPECT_EQ(find(registry, ""), nullptr);
+    HandlerRegistry none;
+    EXPECT_EQ(find(none, "a"), nullptr);
+}
+
+TEST(HandlerRegistryFind, TheFirstMatchCounts) {
+    HandlerRegistry registry = registryOf({handlerWithId("x"), handlerWithId("a"), handlerWithId("a")});
+    EXPECT_EQ(find(registry, "a"), &registry[1]);
+}
+
+TEST(HandlerRegistryRemove, KeepsTheOrderOfTheRest) {
+    HandlerRegistry registry =
+        registryOf({handlerWithId("a"), handlerWithId("b"), handlerWithId("c"), handlerWithId("d")});
+    remove(registry, "b");
+    EXPECT_EQ(ids(registry), "a c d ");
+    remove(registry, "a");
+    remove(registry, "d");
+    EXPECT_EQ(ids(registry), "c ");
+    remove(registry, "c");
+    EXPECT_TRUE(registry.empty());
+}
+
+TEST(HandlerRegistryRemove, AcceptsTheIdOfTheRecordItself) {
+    HandlerRegistry registry = registryOf({handlerWithId("a"), handlerWithId("b")});
+    remove(registry, registry[0].id);
+    EXPECT_EQ(ids(registry), "b ");
+}
+
+TEST(HandlerRegistryRemove, UnknownIdIsRefused) {
+    HandlerRegistry registry = registryOf({handlerWithId("a")});
+    try {
+        remove(registry, "A");
+        ADD_FAILURE();
+    } catch (const QuelmUtilException& failure) {
+        EXPECT_STREQ(failure.what(), "Handler with id = `A' not found");
+    }
+    EXPECT_EQ(ids(registry), "a ");
+}
+
+TEST(HandlerRegistryErase, RemovesByPosition) {
+    HandlerRegistry registry = registryOf({handlerWithId("a"), handlerWithId("b"), handlerWithId("c")});
+    erase(registry, 1);
+    EXPECT_EQ(ids(registry), "a c ");
+    erase(registry, 1);
+    EXPECT_EQ(ids(registry), "a ");
+    erase(registry, 0);
+    EXPECT_EQ(registry.size(), 0U);
+}
+
+} // namespace quelm

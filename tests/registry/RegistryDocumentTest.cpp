@@ -1,0 +1,151 @@
+#include "registry/RegistryDocument.h"
+
+#include <memory_resource>
+#include <new>
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "cli/QuelmUtilException.h"
+#include "registry/RegistryFile.h"
+#include "tests/registry/TestRegistry.h"
+
+namespace quelm {
+
+namespace {
+
+const std::string record =
+    R"({"id":"a","path":"p","version":"v","displayname":"d","phpini":"i","type":"cgi"})";
+
+std::string documentOf(std::size_t count) {
+    std::string text = R"({"php":[)";
+    for (std::size_t i = 0; i < count; ++i) {
+        text += (i == 0 ? "" : ",\n") + record;
+    }
+    return text + "]}";
+}
+
+// Grants a number of allocations and then none.
+class LimitedMemory : public std::pmr::memory_resource {
+public:
+    explicit LimitedMemory(int grants) : grants_(grants) { std::pmr::set_default_resource(this); }
+    LimitedMemory(const LimitedMemory&) = delete;
+    LimitedMemory& operator=(const LimitedMemory&) = delete;
+    ~LimitedMemory() override { std::pmr::set_default_resource(nullptr); }
+
+private:
+    void* do_allocate(std::size_t bytes, std::size_t alignment) override {
+        if (grants_-- <= 0) {
+            throw std::bad_alloc();
+        }
+        return std::pmr::new_delete_resource()->allocate(bytes, alignment);
+    }
+    void do_deallocate(void* block, std::size_t bytes, std::size_t alignment) override {
+        std::pmr::new_delete_resource()->deallocate(block, bytes, alignment);
+    }
+    bool do_is_equal(const memory_resource& other) const noexcept override { return this == &other; }
+
+    int grants_;
+};
+
+std::string failureOfLoading(const std::string& text) {
+    const test::ScratchDirectory directory;
+    const std::string path = directory / "registry.json";
+    test::writeFile(path, text);
+    HandlerRegistry registry = test::registryOf({test::handlerWithId("stale")});
+    const test::CaughtErrors warnings;
+    try {
+        load(registry, path);
+    } catch (const QuelmUtilException& failure) {
+        EXPECT_TRUE(registry.empty());
+        const std::string message = failure.what();
+        const std::string front = "Error reading " + path + ": ";
+        EXPECT_EQ(message.substr(0, front.size()), front);
+        return message.substr(front.size());
+    }
+    return "";
+}
+
+} // namespace
+
+TEST(RegistryDocument, HasRoomForEighteenAndDoubles) {
+    for (const auto& [count, capacity] :
+         {std::pair<std::size_t, std::size_t>{0, 18}, {18, 18}, {19, 36}, {36, 36}, {37, 72}}) {
+        std::string text = documentOf(count);
+        RegistryDocument document(text.data());
+        ASSERT_TRUE(document.parse());
+        EXPECT_EQ(document.handlers().size(), count);
+        EXPECT_EQ(document.handlers().capacity(), capacity);
+    }
+}
+
+TEST(RegistryDocument, StringsLieInTheText) {
+    std::string text = documentOf(1);
+    RegistryDocument document(text.data());
+    ASSERT_TRUE(document.parse());
+    const char* const id = document.handlers()[0].id;
+    EXPECT_STREQ(id, "a");
+    EXPECT_GE(id, text.data());
+    EXPECT_LT(id, text.data() + text.size());
+}
+
+TEST(RegistryDocument, MissingMemoryForItsStateFailsTheLoad) {
+    const LimitedMemory memory(0);
+    EXPECT_EQ(failureOfLoading(documentOf(1)), "can not create php_versions_info object");
+}
+
+TEST(RegistryDocument, MissingMemoryForAHandlerIsCode20) {
+    const LimitedMemory memory(1);
+    EXPECT_EQ(failureOfLoading(documentOf(18)), "");
+    const LimitedMemory again(1);
+    std::string text = documentOf(19);
+    RegistryDocument document(text.data());
+    EXPECT_FALSE(document.parse());
+    EXPECT_EQ(document.error().code, JsonErrorCode::outOfMemory);
+    EXPECT_EQ(document.error().offset, 8 + 18 * (record.size() + 2));
+    EXPECT_EQ(document.error().character, '{');
+}
+
+TEST(RegistryDocument, CutAnywhereItNeverLoads) {
+    const std::string text = R"({"other":{"a":[1.5e+3,-2,null,true,false,"x\u0000\n"]},"php":[)" + record +
+                             R"(, {"system":true,"service":"s","poold":"\t\"",)" + record.substr(1) + "]\n}";
+    const test::ScratchDirectory directory;
+    const std::string path = directory / "registry.json";
+    for (std::size_t length = 1; length < text.size(); ++length) {
+        test::writeFile(path, text.substr(0, length));
+        HandlerRegistry registry;
+        EXPECT_THROW(load(registry, path), QuelmUtilException) << length;
+        EXPECT_TRUE(registry.empty());
+    }
+    test::writeFile(path, text);
+    const test::CaughtErrors errors;
+    HandlerRegistry registry;
+    EXPECT_NO_THROW(load(registry, path));
+    EXPECT_EQ(registry.size(), 1U);
+}
+
+TEST(RegistryDocument, AnyByteAnywhereLoadsOrIsRefused) {
+    const std::string text = R"({"x":[{"y":-1.0E5},"\n"],"php":[)" + record + "]}";
+    for (std::size_t position = 0; position < text.size(); ++position) {
+        for (int byte = 0; byte < 256; ++byte) {
+            std::string changed = text;
+            changed[position] = static_cast<char>(byte);
+            RegistryDocument document(changed.data());
+            if (!document.parse()) {
+                EXPECT_NE(document.error().code, JsonErrorCode::none);
+                EXPECT_LE(document.error().offset, text.size());
+            }
+        }
+    }
+}
+
+TEST(RegistryDocument, DroppedMemberMayNestAMillionDeep) {
+    constexpr std::size_t depth = 1000000;
+    const std::string deep = std::string(depth, '[') + std::string(depth, ']');
+    std::string text = "{\"x\":" + deep + ",\"php\":[{\"y\":" + deep + "," + record.substr(1) + "]}";
+    RegistryDocument document(text.data());
+    EXPECT_TRUE(document.parse());
+    EXPECT_EQ(document.handlers().size(), 1U);
+}
+
+} // namespace quelm

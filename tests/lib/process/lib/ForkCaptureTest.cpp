@@ -1,0 +1,227 @@
+#include "lib/process/lib/ForkCapture.h"
+
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <string>
+
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include "lib/process/lib/ArgVector.h"
+#include "lib/process/lib/OutputBuffer.h"
+#include "tests/support/CapturedStreams.h"
+#include "tests/support/DescriptorTable.h"
+#include "tests/support/Faults.h"
+#include "tests/support/ForkedResult.h"
+#include "tests/support/ProcessState.h"
+
+namespace quelm::test {
+
+namespace {
+
+using std::chrono::milliseconds;
+
+struct Run {
+    int result = 0;
+    CText output;
+    CText error;
+    milliseconds took{};
+};
+
+Run run(const std::string& path, const ArgVector& arguments) {
+    Run done;
+    char stale = 'x';
+    char* output = &stale;
+    char* error = &stale;
+    const auto begin = std::chrono::steady_clock::now();
+    done.result = fork_execv_getouterr(&output, &error, path.c_str(), arguments.data());
+    done.took = std::chrono::duration_cast<milliseconds>(std::chrono::steady_clock::now() - begin);
+    done.output.reset(output);
+    done.error.reset(error);
+    return done;
+}
+
+Run shell(const std::string& script) {
+    return run("/bin/sh", {"sh", "-c", script});
+}
+
+TEST(ForkCapture, CollectsBothStreamsAndTheStatus) {
+    const Run done = shell("echo out; echo err >&2; exit 7");
+    EXPECT_EQ(done.result, 7);
+    EXPECT_STREQ(done.output.get(), "out\n");
+    EXPECT_STREQ(done.error.get(), "err\n");
+}
+
+TEST(ForkCapture, NothingPrintedGivesEmptyTexts) {
+    const Run done = shell("exit 0");
+    EXPECT_EQ(done.result, 0);
+    EXPECT_STREQ(done.output.get(), "");
+    EXPECT_STREQ(done.error.get(), "");
+}
+
+TEST(ForkCapture, LongOutputOnBothStreamsDoesNotDeadlock) {
+    const Run done =
+        shell("head -c 300000 /dev/zero | tr '\\0' e >&2; head -c 200000 /dev/zero | tr '\\0' o");
+    EXPECT_EQ(done.result, 0);
+    EXPECT_EQ(std::string(done.output.get()), std::string(200000, 'o'));
+    EXPECT_EQ(std::string(done.error.get()), std::string(300000, 'e'));
+}
+
+TEST(ForkCapture, TheChildReadsTheUtilitysOwnInput) {
+    const ChildOutcome result = runForked([] {
+        int ends[2] = {-1, -1};
+        if (::pipe(ends) != 0 || ::write(ends[1], "given\n", 6) != 6) {
+            return 1;
+        }
+        ::close(ends[1]);
+        ::dup2(ends[0], STDIN_FILENO);
+        return std::string(run("/bin/cat", {"cat"}).output.get()) == "given\n" ? 42 : 2;
+    });
+    EXPECT_EQ(result.exitStatus(), 42);
+}
+
+TEST(ForkCapture, AKilledChildGivesMinus1) {
+    EXPECT_EQ(shell("kill -KILL $$").result, -1);
+    EXPECT_EQ(shell("kill -PIPE $$").result, -1);
+}
+
+TEST(ForkCapture, AMissingProgramGives255AndItsReason) {
+    const Run done = run("/no/such/program", {"/no/such/program"});
+    EXPECT_EQ(done.result, 255);
+    EXPECT_STREQ(done.error.get(),
+                 "fork_execv: execv(\"/no/such/program\") failed: No such file or directory\n");
+    EXPECT_STREQ(done.output.get(), "");
+}
+
+TEST(ForkCapture, AProgramWithoutASlashIsNotFound) {
+    EXPECT_EQ(run("true", {"true"}).result, 255);
+}
+
+TEST(ForkCapture, AChildThatClosesItsOutputsIsWaitedFor) {
+    const Run done = shell("exec >&- 2>&-; sleep 2; exit 7");
+    EXPECT_EQ(done.result, 7);
+    EXPECT_GE(done.took, milliseconds(1900));
+}
+
+TEST(ForkCapture, AChildThatIsQuietForLongIsWaitedFor) {
+    const Run done = shell("echo early; sleep 2.2; echo late; exit 3");
+    EXPECT_EQ(done.result, 3);
+    EXPECT_STREQ(done.output.get(), "early\nlate\n");
+}
+
+TEST(ForkCapture, AProcessLeftBehindDoesNotHoldTheUtility) {
+    const Run done = shell("echo here; sleep 8 & exit 4");
+    EXPECT_EQ(done.result, 4);
+    EXPECT_STREQ(done.output.get(), "here\n");
+    EXPECT_LT(done.took, milliseconds(3000));
+    EXPECT_FALSE(hasChildren());
+}
+
+TEST(ForkCapture, AKilledChildWithAProcessLeftBehindGivesMinus1) {
+    EXPECT_EQ(shell("sleep 8 & kill -KILL $$").result, -1);
+}
+
+TEST(ForkCapture, AQuietSecondWhoseWaitFailsGivesMinus1) {
+    failCall(Call::waitpid, ECHILD);
+    const Run done = shell("sleep 1.5");
+    EXPECT_EQ(done.result, -1);
+    EXPECT_EQ(callsOf(Call::waitpid), 1);
+    stopFailing(Call::waitpid);
+    EXPECT_NE(::waitpid(-1, nullptr, 0), -1);
+}
+
+// An interrupted poll looks at the child like a quiet second does and goes on.
+TEST(ForkCapture, AnInterruptedPollGoesOn) {
+    failCallOnce(Call::poll, EINTR);
+    const Run done = shell("sleep 0.3; echo out");
+    EXPECT_EQ(done.result, 0);
+    EXPECT_STREQ(done.output.get(), "out\n");
+}
+
+TEST(ForkCapture, AnIgnoredSigchldDoesNotLoseTheStatus) {
+    const ChildOutcome result = runForked([] {
+        std::signal(SIGCHLD, SIG_IGN);
+        return shell("exit 7").result;
+    });
+    EXPECT_EQ(result.exitStatus(), 7);
+}
+
+TEST(ForkCapture, DescriptorsBeyondASelectSetAreRead) {
+    const ChildOutcome result = runForked([] {
+        if (!setDescriptorLimit(4000)) {
+            return 1;
+        }
+        openMore(1500);
+        const Run done = shell("echo out; exit 7");
+        return done.result == 7 && std::string(done.output.get()) == "out\n" ? 42 : 2;
+    });
+    EXPECT_EQ(result.exitStatus(), 42) << result.error;
+}
+
+TEST(ForkCapture, ClosedStandardDescriptors) {
+    for (int closed = 1; closed < 8; ++closed) {
+        const ChildOutcome result = runForked([closed] {
+            for (int descriptor = 0; descriptor < 3; ++descriptor) {
+                if ((closed & (1 << descriptor)) != 0) {
+                    ::close(descriptor);
+                }
+            }
+            const Run done = shell("echo out; echo err >&2; exit 7");
+            return done.result == 7 && std::string(done.output.get()) == "out\n" &&
+                           std::string(done.error.get()) == "err\n"
+                       ? 42
+                       : 1;
+        });
+        EXPECT_EQ(result.exitStatus(), 42) << closed;
+    }
+}
+
+TEST(ForkCapture, LeavesNoDescriptorAndNoChild) {
+    const std::set<std::string> before = openDescriptors();
+    shell("echo out");
+    run("/no/such/program", {"x"});
+    shell("sleep 3 & exit 0");
+    EXPECT_EQ(openDescriptors(), before);
+    EXPECT_FALSE(hasChildren());
+}
+
+TEST(ForkCapture, AFailedPipeEndsTheProcess) {
+    for (const int passFirst : {0, 1}) {
+        const ChildOutcome result = runForked([passFirst] {
+            failCall(Call::pipe, EMFILE, passFirst);
+            return shell("true").result;
+        });
+        EXPECT_EQ(result.exitStatus(), 1);
+        EXPECT_EQ(result.error,
+                  "fork_execv_getouterr: pipe() failed\nSystem error 24: Too many open files\n");
+        EXPECT_EQ(result.output, result.error);
+    }
+}
+
+TEST(ForkCapture, APipeThatCannotBeMadeNonBlockingEndsTheProcess) {
+    const ChildOutcome result = runForked([] {
+        failCall(Call::fcntl, EPERM);
+        return shell("true").result;
+    });
+    EXPECT_EQ(result.exitStatus(), 1);
+    EXPECT_EQ(result.error,
+              "fork_execv_getouterr: fcntl(O_NONBLOCK) failed\nSystem error 1: Operation not permitted\n");
+}
+
+TEST(ForkCapture, StandardOutputAloneLeavesStandardErrorToTheUtility) {
+    const CapturedStreams captured;
+    const ArgVector arguments{"sh", "-c", "echo out; echo err >&2; exit 7"};
+    char* output = nullptr;
+    EXPECT_EQ(fork_execv_getout(&output, "/bin/sh", arguments.data()), 7);
+    const CText text(output);
+    EXPECT_STREQ(text.get(), "out\n");
+    EXPECT_EQ(captured.error(), "err\n");
+    EXPECT_EQ(captured.output(), "");
+}
+
+} // namespace
+
+} // namespace quelm::test

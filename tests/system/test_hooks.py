@@ -1,0 +1,214 @@
+"""Hook scripts and their log, seen through --add."""
+
+import os
+import time
+
+import pytest
+
+from private_host import HOOK_LOG, HOOKS, ok
+from registry_text import CGI, CLI, INI, document, record
+
+ADD = ("--add", "--path", CGI, "--phpini", INI, "--type", "cgi", "--id", "x")
+VARIABLES = (
+    f"PHP_CLI = \nPHP_ID = x\nPHP_INI = {INI}\nPHP_PATH = {CGI}\nPHP_TYPE = cgi\nPHP_VERSION = 8.1.2\n")
+
+
+@pytest.fixture
+def php_host(host):
+    host.php(CGI)
+    return host
+
+
+def log_record(name, out="", err="", code=0, variables=VARIABLES):
+    return f"[TIME] Start: {HOOKS}/{name} add\n{variables}stdout: {out}\nstderr: {err}\nExit code: {code}\n"
+
+
+def hooks_run(host):
+    return [call for call in host.calls if call.startswith(HOOKS)]
+
+
+def test_the_record_of_one_script(php_host):
+    php_host.hook("10-hook", "printf out; printf 'err\\n' >&2; exit 3")
+    assert php_host.tamrix(*ADD) == ok("x\n")
+    assert php_host.hook_log == (
+        "[TIME] Start: /etc/ovt/php_configurator.d/10-hook add\n"
+        "PHP_CLI = \n"
+        "PHP_ID = x\n"
+        "PHP_INI = /opt/ovt/php/php.ini\n"
+        "PHP_PATH = /opt/ovt/php/php-cgi\n"
+        "PHP_TYPE = cgi\n"
+        "PHP_VERSION = 8.1.2\n"
+        "stdout: out\n"
+        "stderr: err\n"
+        "\n"
+        "Exit code: 3\n")
+
+
+def test_output_with_a_final_newline_leaves_an_empty_line(php_host):
+    php_host.hook("1", "echo ok")
+    php_host.hook("2", "printf ok")
+    php_host.tamrix(*ADD)
+    assert php_host.hook_log == log_record("1", "ok\n") + log_record("2", "ok")
+
+
+def test_the_variables_reach_the_script_over_the_inherited_environment(php_host):
+    php_host.hook("10-hook", "env | grep -e ^PHP_ -e ^OTHER | sort")
+    php_host.php(CLI)
+    php_host.tamrix(
+        "--add", "--path", CGI, "--clipath", CLI, "--phpini", INI, "--type", "fastcgi", "--id", "a b'c",
+        env={"PHP_ID": "caller's", "PHP_OTHER": "kept", "OTHER": "kept too"})
+    variables = (
+        f"PHP_CLI = {CLI}\nPHP_ID = a b'c\nPHP_INI = {INI}\nPHP_PATH = {CGI}\nPHP_TYPE = fastcgi\n"
+        "PHP_VERSION = 8.1.2\n")
+    seen = (
+        f"OTHER=kept too\nPHP_CLI={CLI}\nPHP_ID=a b'c\nPHP_INI={INI}\nPHP_OTHER=kept\nPHP_PATH={CGI}\n"
+        "PHP_TYPE=fastcgi\nPHP_VERSION=8.1.2\n")
+    assert php_host.hook_log == log_record("10-hook", seen, variables=variables)
+
+
+def test_an_empty_field_is_a_set_and_empty_variable(php_host):
+    php_host.hook("10-hook", 'echo "${PHP_CLI-unset}"')
+    php_host.tamrix(*ADD)
+    assert php_host.hook_log == log_record("10-hook", "\n")
+
+
+def test_the_script_gets_two_words_and_an_empty_input(php_host):
+    php_host.hook("10-hook", 'echo "$# $0 $1 [$(cat)]"')
+    php_host.tamrix(*ADD, stdin="caller's")
+    assert php_host.hook_log == log_record("10-hook", f"1 {HOOKS}/10-hook add []\n")
+
+
+def test_scripts_run_in_plain_byte_order(php_host):
+    for name in ("1", "10", "2", "10-a", "9-a", "Z", "a", "\u00e4", "B.sh", "a.sh~"):
+        php_host.hook(name)
+    php_host.tamrix(*ADD)
+    assert hooks_run(php_host) == [
+        f"{HOOKS}/{name} add" for name in ("1", "10", "10-a", "2", "9-a", "B.sh", "Z", "a", "a.sh~", "\u00e4")]
+
+
+@pytest.mark.parametrize("mode,runs", [
+    (0o700, True), (0o100, False), (0o744, True), (0o655, False), (0o011, False), (0o644, False)])
+def test_only_the_owner_execute_bit_counts(php_host, mode, runs):
+    php_host.hook("10-hook", mode=mode)
+    php_host.tamrix(*ADD)
+    if mode == 0o100:
+        # Kept and started; a script must also be readable to be interpreted, unless root reads it anyway.
+        assert php_host.hook_log.startswith(f"[TIME] Start: {HOOKS}/10-hook add\n")
+    else:
+        assert bool(hooks_run(php_host)) == runs
+        assert php_host.hook_log == (log_record("10-hook") if runs else "")
+
+
+def test_what_is_no_regular_file_is_skipped_without_a_word(php_host):
+    folder = php_host.path(HOOKS)
+    (folder / "folder").mkdir(mode=0o755)
+    os.symlink("/no/such", folder / "dangling")
+    os.symlink("loop", folder / "loop")
+    os.mkfifo(folder / "fifo", 0o755)
+    assert php_host.tamrix(*ADD) == ok("x\n")
+    assert php_host.hook_log == ""
+
+
+def test_a_folder_in_the_folder_is_not_entered(php_host):
+    php_host.hook("sub/10-hook")
+    php_host.tamrix(*ADD)
+    assert hooks_run(php_host) == []
+
+
+def test_a_link_to_a_script_runs_under_the_link_s_name(php_host):
+    php_host.recorder("/opt/ovt/script", "echo $0")
+    os.symlink("/opt/ovt/script", php_host.path(HOOKS) / "10-link")
+    php_host.tamrix(*ADD)
+    assert php_host.hook_log == log_record("10-link", f"{HOOKS}/10-link\n")
+
+
+def test_without_scripts_the_log_is_created_and_left_unchanged(php_host):
+    php_host.tamrix(*ADD)
+    assert php_host.hook_log == ""
+    php_host.write(HOOK_LOG, "kept\n")
+    php_host.tamrix("--add", "--path", CGI, "--phpini", INI, "--type", "cgi", "--id", "y")
+    assert php_host.hook_log == "kept\n"
+
+
+def test_records_are_appended(php_host):
+    php_host.hook("10-hook")
+    php_host.write(HOOK_LOG, "kept\n")
+    php_host.tamrix(*ADD)
+    assert php_host.hook_log == "kept\n" + log_record("10-hook")
+
+
+def test_a_script_killed_by_a_signal_is_logged_as_minus_one_and_the_next_runs(php_host):
+    php_host.hook("1", "echo before; kill -9 $$")
+    php_host.hook("2")
+    assert php_host.tamrix(*ADD) == ok("x\n")
+    assert php_host.hook_log == log_record("1", "before\n", code=-1) + log_record("2")
+
+
+def test_a_script_that_cannot_be_executed_shows_the_failure_in_both_streams(php_host):
+    php_host.write(f"{HOOKS}/10-hook", "#!/no/such/shell\n", 0o755)
+    assert php_host.tamrix(*ADD) == ok("x\n")
+    words = (
+        "tamrix: forkExecvPipes: execv() failed: No such file or directory\n\n"
+        "System error 2: No such file or directory\n")
+    assert php_host.hook_log == log_record("10-hook", words, words, 1)
+
+
+def test_a_script_without_interpreter_line_runs(php_host):
+    php_host.write(f"{HOOKS}/10-hook", "echo ran $1\n", 0o755)
+    php_host.tamrix(*ADD)
+    assert php_host.hook_log == log_record("10-hook", "ran add\n")
+
+
+def test_the_command_line_is_quoted_in_the_record(php_host):
+    php_host.hook("my hook")
+    php_host.hook("we\\ird!{}]=%^,:#$&'()*;<>?[`|~\"\t\u00e4")
+    php_host.hook("x\ny")
+    php_host.tamrix(*ADD)
+    assert php_host.hook_log == (
+        log_record("my\\ hook")
+        + log_record("we\\\\ird!{}]=%^,:\\#\\$\\&\\'\\(\\)\\*\\;\\<\\>\\?\\[\\`\\|\\~\\\"\\\t\u00e4")
+        + log_record("x'\n'y"))
+
+
+def test_binary_output_is_logged_as_received(php_host):
+    php_host.hook("10-hook", "printf 'a\\000b\\377'")
+    php_host.tamrix(*ADD)
+    assert php_host.hook_log == log_record("10-hook", "a\0b\udcff")
+
+
+def test_large_output_on_both_streams_is_logged_whole(php_host):
+    php_host.hook("10-hook", "head -c 300000 /dev/zero | tr '\\0' e >&2\nhead -c 300000 /dev/zero | tr '\\0' o")
+    php_host.tamrix(*ADD)
+    assert php_host.hook_log == log_record("10-hook", "o" * 300000, "e" * 300000)
+
+
+def test_the_time_stamp_is_local_time_of_the_script_s_end(php_host):
+    php_host.hook("10-hook", "sleep 1.2")
+    env = {"TZ": "XXX-5:30"}
+    before = time.time()
+    php_host.tamrix(*ADD, env=env)
+    after = time.time()
+    stamp = php_host.read(HOOK_LOG)[1:24]
+    seconds = time.mktime(time.strptime(stamp[:19], "%Y-%m-%d %H-%M-%S")) + time.timezone - 5.5 * 3600
+    if time.localtime(before).tm_isdst:
+        seconds -= time.timezone - time.altzone
+    assert before + 1.1 < seconds + int(stamp[20:]) / 1000 + 0.002 and seconds <= after
+
+
+@pytest.mark.parametrize("spoil", ["folder missing", "log is a folder"])
+def test_a_log_that_cannot_be_opened_does_not_stop_the_scripts(php_host, spoil):
+    php_host.hook("10-hook")
+    if spoil == "log is a folder":
+        php_host.path(HOOK_LOG).mkdir()
+        assert php_host.tamrix(*ADD) == ok("x\n")
+    else:
+        script = "exec bwrap --dev-bind / / --tmpfs /var/log -- \"$@\""
+        assert php_host.shell(script, *ADD) == ok("x\n")
+        assert php_host.hook_log is None
+    assert hooks_run(php_host) == [f"{HOOKS}/10-hook add"]
+
+
+def test_a_script_sees_the_saved_registry(php_host):
+    php_host.hook("10-hook", "cat /etc/ovt/php_versions.json")
+    php_host.tamrix(*ADD)
+    assert php_host.hook_log == log_record("10-hook", document(record("x")))

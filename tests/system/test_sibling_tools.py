@@ -1,0 +1,108 @@
+"""The sibling tools, seen through --add and --update."""
+
+import pytest
+
+from private_host import failed, ok
+from registry_text import CGI, INI, document, record
+
+ADD = ("--add", "--path", CGI, "--phpini", INI, "--id", "x", "--type")
+FPM = (*ADD, "fpm", "--poold", "/p", "--service")
+NO_PROGRAM = (
+    "tamrix: forkExecvPipes: execv() failed: No such file or directory\n\n"
+    "System error 2: No such file or directory\n")
+SBIN = "/opt/ovt/admin/sbin"
+
+
+@pytest.fixture
+def php_host(host):
+    host.php(CGI)
+    return host
+
+
+def test_the_dirty_flag_call_has_one_word_and_an_empty_input(php_host):
+    php_host.recorder(f"{SBIN}/depotctl", 'echo "$# [$(cat)]" >>/opt/ovt/calls; echo shown; echo shown >&2')
+    assert php_host.tamrix(*ADD, "cgi", stdin="caller's") == ok("x\n")
+    assert php_host.calls == [f"{CGI} -n -v", f"{SBIN}/depotctl --set-dirty-flag", "1 []"]
+
+
+@pytest.mark.parametrize("status,err", [(1, ""), (1, "locked\n"), (3, "no newline"), (255, "a\nb\n\n")])
+def test_a_failing_dirty_flag_shows_the_tool_s_words_untrimmed(php_host, status, err):
+    php_host.tool("depotctl", status, err, "not shown\n")
+    assert php_host.tamrix(*ADD, "cgi") == failed(f"Failed to set depotctl dirty flag : {err}\n", "x\n")
+    assert php_host.registry == document(record("x"))
+
+
+def test_a_dirty_flag_tool_killed_by_a_signal_fails(php_host):
+    php_host.recorder(f"{SBIN}/depotctl", "kill -9 $$")
+    assert php_host.tamrix(*ADD, "cgi") == failed("Failed to set depotctl dirty flag : \n", "x\n")
+
+
+def test_a_missing_dirty_flag_tool_fails_after_the_save(php_host):
+    php_host.remove(f"{SBIN}/depotctl")
+    assert php_host.tamrix(*ADD, "cgi") == failed(f"Failed to set depotctl dirty flag : {NO_PROGRAM}\n", "x\n")
+    assert php_host.registry == document(record("x"))
+
+
+@pytest.mark.parametrize("err", ["", "no such service\n", "no newline"])
+def test_a_failing_ulimit_is_only_told(php_host, err):
+    php_host.tool("quotagate", 1, err, "not shown\n")
+    assert php_host.tamrix(*FPM, "php-fpm") == ok("x\n", f"[Error] Failed to set default ulimit: {err}\n")
+    assert php_host.registry == document(record("x", type="fpm", service="php-fpm", poold="/p"))
+
+
+def test_a_missing_ulimit_tool_is_only_told(php_host):
+    php_host.remove(f"{SBIN}/quotagate")
+    assert php_host.tamrix(*FPM, "php-fpm") == ok("x\n", f"[Error] Failed to set default ulimit: {NO_PROGRAM}\n")
+
+
+@pytest.mark.parametrize("name,hint", [
+    ("php-fpm", ""), ("php-fpm.service", " Please retry without '.service' suffix."),
+    (".service", " Please retry without '.service' suffix."), ("php.service.x", ""), ("php.Service", ""),
+    ("service", ""), ("", "")])
+@pytest.mark.parametrize("spoil", ["status 1", "status 255", "killed", "missing", "no program"])
+def test_a_service_that_is_not_found(php_host, name, hint, spoil):
+    if spoil == "missing":
+        php_host.remove(f"{SBIN}/quelmrc")
+    elif spoil == "no program":
+        php_host.write(f"{SBIN}/quelmrc", "exit 0\n", 0o755)
+    elif spoil == "killed":
+        php_host.recorder(f"{SBIN}/quelmrc", "kill -9 $$")
+    else:
+        php_host.tool("quelmrc", int(spoil.split()[1]), "not shown\n", "not shown\n")
+    assert php_host.tamrix(*FPM, name) == failed(f"{name}: service not found.{hint}\n")
+    assert php_host.registry is None
+
+
+@pytest.mark.parametrize("name", ["php-fpm", "php-fpm.service", "with blank", ""])
+def test_a_service_that_exists_is_taken_as_given(php_host, name):
+    php_host.tool("quelmrc", 0, "not shown\n", "not shown\n")
+    assert php_host.tamrix(*FPM, name) == ok("x\n")
+    assert php_host.registry == document(record("x", type="fpm", service=name, poold="/p"))
+
+
+def test_the_words_of_both_tools(php_host):
+    for name in ("quelmrc", "quotagate"):
+        php_host.recorder(f"{SBIN}/{name}", 'for word; do echo "<$word>" >>/opt/ovt/calls; done')
+    php_host.tamrix(*FPM, "a b", "--no-set-dirty-flag")
+    assert php_host.calls == [
+        f"{CGI} -n -v", f"{SBIN}/quelmrc a b exists", "<a b>", "<exists>",
+        f"{SBIN}/quotagate --set 8192 --service a b --no-restart",
+        "<--set>", "<8192>", "<--service>", "<a b>", "<--no-restart>"]
+
+
+def test_the_service_tool_inherits_standard_input(php_host):
+    php_host.recorder(f"{SBIN}/quelmrc", 'echo "[$(cat)]" >>/opt/ovt/calls')
+    php_host.recorder(f"{SBIN}/quotagate", 'echo "[$(cat)]" >>/opt/ovt/calls')
+    assert php_host.tamrix(*FPM, "s", stdin="caller's") == ok("x\n")
+    assert php_host.calls[2] == "[caller's]"
+    assert php_host.calls[4] == "[]"
+
+
+def test_a_service_tool_that_ignores_its_closed_outputs_is_waited_for(php_host):
+    php_host.recorder(f"{SBIN}/quelmrc", "exec >&- 2>&-\nsleep 1.5\nexit 0")
+    assert php_host.tamrix(*FPM, "s") == ok("x\n")
+
+
+def test_a_background_process_of_the_service_tool_is_not_waited_for(php_host):
+    php_host.recorder(f"{SBIN}/quelmrc", "sleep 60 &\nexit 0")
+    assert php_host.tamrix(*FPM, "s", timeout=30) == ok("x\n")

@@ -27,8 +27,7 @@ def test_the_table_aligns_right_and_ends_classic_rows_in_blanks(host):
     assert host.tamrix("--list") == ok(
         "  id:      display name:  version:   type:             cgi-bin:         cli-bin:      php.ini:"
         "  system:    service:                  pool.d:\n"
-        "    a                  x         5  module                   /p                             /i"
-        "                                             \n"
+        "    a                  x         5  module                   /p" + " " * 29 + "/i" + " " * 46 + "\n"
         "fpm81  PHP 8.1.2 (8.1.2)     8.1.2     fpm  /usr/bin/php-cgi8.1  /usr/bin/php8.1  /etc/php.ini"
         "        *  php8.1-fpm  /etc/php/8.1/fpm/pool.d\n")
 

@@ -49,6 +49,25 @@ int loadAsOrdinaryUser(const std::string& path) {
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
+// Standard error that fails in a way of its own.
+class ThrowingErrors : public std::streambuf {
+public:
+    ThrowingErrors() : before_(std::cerr.rdbuf(this)) { std::cerr.exceptions(std::ios::badbit); }
+    ThrowingErrors(const ThrowingErrors&) = delete;
+    ThrowingErrors& operator=(const ThrowingErrors&) = delete;
+    ~ThrowingErrors() override {
+        std::cerr.exceptions(std::ios::goodbit);
+        std::cerr.rdbuf(before_);
+        std::cerr.clear();
+    }
+
+protected:
+    std::streamsize xsputn(const char* /*text*/, std::streamsize /*length*/) override { throw 42; }
+
+private:
+    std::streambuf* before_;
+};
+
 } // namespace
 
 TEST(RegistryLoad, ReplacesWhatWasThere) {
@@ -133,6 +152,16 @@ TEST(RegistryLoad, FileThatHidesItsSizeIsReadToItsEnd) {
                      "Error reading /proc/self/status: can not parse php_versions_info object "
                      ": JSON object is expected. Error occured at offset 0, character 'N'. ");
     }
+}
+
+TEST(RegistryLoad, OtherExceptionsPassUnchangedAndEmptyTheRegistry) {
+    const test::ScratchDirectory directory;
+    const std::string record = valid.substr(8, valid.size() - 10);
+    test::writeFile(directory / "f", "{\"php\":[" + record + "," + record + "]}");
+    HandlerRegistry registry;
+    const ThrowingErrors errors;
+    EXPECT_THROW(load(registry, directory / "f"), int);
+    EXPECT_TRUE(registry.empty());
 }
 
 TEST(RegistryLoad, LeavesNoDescriptorOpen) {

@@ -9,8 +9,8 @@
 namespace quelm {
 
 // Owns its position and its first error. Each step skips white space (the C locale's) and answers whether it
-// found what it names; after a "no" only error() is of use. Only bytes
-// that it has passed are written, so offsets are those of the original text.
+// found what it names; after a "no" only error() is of use. Only bytes that it has passed are written, so
+// offsets are those of the original text.
 class JsonReader {
 public:
     // Where a step into or through an object or array has led.

@@ -16,6 +16,7 @@
 #include "cli/FatalMessage.h"
 #include "lib/process/lib/DescriptorSet.h"
 #include "lib/process/lib/Pipe.h"
+#include "lib/process/lib/ScopedSignal.h"
 #include "lib/process/lib/SystemError.h"
 #include "lib/process/lib/WaitStatus.h"
 
@@ -61,22 +62,6 @@ void setNonBlockingOrEnd(const Ends& ends) {
         }
     }
 }
-
-// A child that stops reading must show as EPIPE. Set after the fork, so that the child does not inherit it.
-class IgnoredSigpipe {
-public:
-    IgnoredSigpipe() {
-        struct sigaction ignore {};
-        ignore.sa_handler = SIG_IGN;
-        ::sigaction(SIGPIPE, &ignore, &before_);
-    }
-    IgnoredSigpipe(const IgnoredSigpipe&) = delete;
-    IgnoredSigpipe& operator=(const IgnoredSigpipe&) = delete;
-    ~IgnoredSigpipe() { ::sigaction(SIGPIPE, &before_, nullptr); }
-
-private:
-    struct sigaction before_ {};
-};
 
 // What select is asked for and what it answered.
 class Readiness {
@@ -129,7 +114,8 @@ void pump(Ends& ends, const Callbacks& callbacks, const Sizes& sizes) {
     const TransferBuffer output{outputBytes.get(), sizes.output};
     const TransferBuffer error{errorBytes.get(), sizes.error};
     Readiness ready(ends.width());
-    const IgnoredSigpipe ignored;
+    // A child that stops reading must show as EPIPE. Set after the fork, so that no child inherits it.
+    const ScopedSignal ignored(SIGPIPE, SIG_IGN);
     while (ends.anyOpen()) {
         ready.wait(ends);
         if (ready.canWrite(ends.input)) {

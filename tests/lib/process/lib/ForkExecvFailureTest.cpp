@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdarg>
+#include <new>
 #include <string>
 
 #include <fcntl.h>
@@ -22,16 +23,18 @@
 
 namespace {
 
-// Fails the next `times` calls with `error`, but only in the process that gave the order.
+// Fails the next `times` calls with `error`, after `spared` ones, but only in the process that gave the
+// order.
 struct Order {
     int times = 0;
     int error = 0;
+    int spared = 0;
     pid_t process = 0;
     int executed = 0;
 
-    void give(int count, int number) { *this = {count, number, ::getpid(), 0}; }
+    void give(int count, int number, int before = 0) { *this = {count, number, before, ::getpid(), 0}; }
     bool execute() {
-        if (times == 0 || process != ::getpid()) {
+        if (times == 0 || process != ::getpid() || spared-- > 0) {
             return false;
         }
         --times;
@@ -47,6 +50,7 @@ Order failSelect;
 Order failRead;
 Order failWrite;
 Order failWait;
+Order failNewArray;
 int waitResult = -1;
 bool userSwitchFails = false;
 
@@ -91,6 +95,16 @@ pid_t __real_waitpid(pid_t child, int* status, int options);
 pid_t __wrap_waitpid(pid_t child, int* status, int options);
 pid_t __wrap_waitpid(pid_t child, int* status, int options) {
     return failWait.execute() ? waitResult : __real_waitpid(child, status, options);
+}
+
+// operator new[](unsigned long)
+void* __real__Znam(std::size_t size);
+void* __wrap__Znam(std::size_t size);
+void* __wrap__Znam(std::size_t size) {
+    if (failNewArray.execute()) {
+        throw std::bad_alloc();
+    }
+    return __real__Znam(size);
 }
 
 // quelm::p_setuid(char const*, unsigned int)
@@ -191,6 +205,14 @@ TEST_F(ForkExecvFailure, AnInterruptedWriteIsRepeated) {
     EXPECT_EQ(shell("cat", "input"), 0);
     EXPECT_EQ(failWrite.executed, 2);
     EXPECT_EQ(output, "input");
+}
+
+TEST_F(ForkExecvFailure, MemoryThatCannotBeHadAfterTheForkEndsTheChild) {
+    for (const int buffer : {0, 1, 2}) {
+        failNewArray.give(1, ENOMEM, buffer);
+        EXPECT_THROW(shell("exec sleep 60"), std::bad_alloc);
+        EXPECT_EQ(failNewArray.executed, 1);
+    }
 }
 
 TEST_F(ForkExecvFailure, TheWaitIsRepeatedAfterEintrAndEchild) {

@@ -3,6 +3,7 @@
 
 #include <csignal>
 #include <cstdio>
+#include <filesystem>
 #include <iostream>
 #include <string>
 
@@ -80,7 +81,7 @@ TEST_F(ForkExecvPipes, APathInTheExtraEnvironmentDecidesTheSearch) {
 }
 
 TEST_F(ForkExecvPipes, AScriptWithoutAnInterpreterLineRunsInTheShell) {
-    std::ofstream(directory.path("bare")) << "echo bare $1\n";
+    directory.write("bare", "echo bare $1\n");
     std::filesystem::permissions(directory.path("bare"), std::filesystem::perms(0755));
     EXPECT_EQ(run(directory.path("bare"), ArgVector{"bare", "x"}), 0);
     EXPECT_EQ(output, "bare x\n");

@@ -63,10 +63,13 @@ int readReason(int descriptor) {
 
 // An argument list without its null pointer runs on into whatever lies behind it.
 void reportExec(int reason) {
-    reportLine("Error occured during execv():\n%s%s", std::strerror(reason),
-               reason == EFAULT ? ", possible reason - NULL parameter is absent in util_exec(path, arg1, "
-                                  "arg2, NULL) call.\n"
-                                : ".\n");
+    if (reason == EFAULT) {
+        reportLine("Error occured during execv():\n%s, possible reason - NULL parameter is absent in "
+                   "util_exec(path, arg1, arg2, NULL) call.\n",
+                   std::strerror(reason));
+    } else {
+        reportLine("Error occured during execv():\n%s.\n", std::strerror(reason));
+    }
 }
 
 int waitAndReport(pid_t child) {

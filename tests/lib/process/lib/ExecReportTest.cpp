@@ -1,5 +1,6 @@
 #include "lib/process/lib/ExecReport.h"
 
+#include <csignal>
 #include <string>
 
 #include <gtest/gtest.h>
@@ -7,6 +8,7 @@
 #include "cli/FatalMessage.h"
 #include "lib/process/lib/ArgVector.h"
 #include "tests/support/CapturedStreams.h"
+#include "tests/support/TempDir.h"
 
 namespace quelm::test {
 
@@ -82,9 +84,14 @@ TEST(ExecReport, TheUtilitysNameStandsBefore) {
 
 // The second after which the child is looked at leaves EAGAIN behind.
 TEST(ExecReport, NoSystemErrorIsToldForAProgramsFailure) {
-    const CapturedStreams captured;
-    EXPECT_EQ(shell("echo err >&2; sleep 4 & exit 3", false), 3);
-    EXPECT_EQ(captured.error(), "/bin/sh execution failed:\nerr\n");
+    const TempDir directory;
+    const std::string pidFile = directory.path("left-behind");
+    {
+        const CapturedStreams captured;
+        EXPECT_EQ(shell("echo err >&2; sleep 60 & echo $! > " + pidFile + "; exit 3", false), 3);
+        EXPECT_EQ(captured.error(), "/bin/sh execution failed:\nerr\n");
+    }
+    EXPECT_EQ(::kill(std::stoi(readFile(pidFile)), SIGKILL), 0);
 }
 
 } // namespace

@@ -99,7 +99,7 @@ TEST(PopenExec, TheFailureNeedNotBeAskedFor) {
 }
 
 TEST(PopenExec, OutputsAroundTheBuffersSizes) {
-    for (const std::size_t size : {0, 1, 4094, 4095, 4096, 8190, 8191, 8192, 200000}) {
+    for (const std::size_t size : {0U, 1U, 4094U, 4095U, 4096U, 8190U, 8191U, 8192U, 200000U}) {
         const Collected collected = collect("head -c " + std::to_string(size) + " /dev/zero | tr '\\0' x");
         EXPECT_EQ(collected.result, 0);
         EXPECT_EQ(std::string(collected.output.get()), std::string(size, 'x'));

@@ -32,7 +32,7 @@ def test_children_start_with_default_signals_and_an_empty_mask(php_host):
     php_host.recorder(f"{SBIN}/quelmrc", "grep -e ^SigIgn -e ^SigBlk /proc/self/status >>/opt/ovt/calls")
     code = (
         "signal.signal(signal.SIGPIPE, signal.SIG_IGN); signal.signal(signal.SIGCHLD, signal.SIG_IGN)\n"
-        "signal.signal(signal.SIGXFSZ, signal.SIG_DFL)\n"
+        "for number in (signal.SIGINT, signal.SIGQUIT, signal.SIGXFSZ): signal.signal(number, signal.SIG_DFL)\n"
         "signal.pthread_sigmask(signal.SIG_BLOCK, {signal.SIGTERM, signal.SIGUSR1})")
     words = ["--add", "--path", CGI, "--phpini", INI, "--type", "fpm", "--id", "x", "--service", "s", "--poold", "p"]
     assert python(php_host, code, *words) == ok("x\n")

@@ -76,13 +76,13 @@ def test_a_caller_with_many_open_descriptors_is_served(php_host, count):
 
 
 def test_without_descriptors_for_pipes_the_run_ends_with_the_message(php_host):
+    if "/asan/" in str(php_host.path("binary").resolve()):
+        pytest.skip("the sanitizer looks at memory through a pipe of its own, which it cannot have here")
     code = (
         "resource.setrlimit(resource.RLIMIT_NOFILE, (32, 32))\n"
         "try:\n"
         "    while True: os.set_inheritable(os.open('/dev/null', os.O_RDONLY), True)\n"
         "except OSError: os.close(31); os.close(30); os.close(29); os.close(28)")
-    if "asan" in str(php_host.path("binary").resolve()):
-        pytest.skip("the sanitizer needs descriptors of its own")
     message = "tamrix: forkExecvGetOutErr: pipe() failed\nSystem error 24: Too many open files\n"
     assert python(php_host, code, *ADD) == failed(message, message)
     assert php_host.registry is None

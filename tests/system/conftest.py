@@ -55,7 +55,3 @@ def host(request):
         print(f"kept: {folder}")
     else:
         shutil.rmtree(folder)
-        try:
-            os.rmdir(hosts)
-        except OSError:
-            pass

@@ -33,6 +33,7 @@ struct WaitAnswer {
     int status = 0;
 };
 WaitAnswer waitAnswer;
+int errnoAfterLookup = 0;
 int tableSize = -1;
 int recordedStatus = -1;
 
@@ -80,6 +81,10 @@ int callsOf(Call call) {
 
 void answerWaitpid(pid_t answer, int status) {
     waitAnswer = {true, answer, status};
+}
+
+void leaveErrnoAfterLookup(int error) {
+    errnoAfterLookup = error;
 }
 
 void answerTableSize(int size) {
@@ -161,7 +166,14 @@ group* __wrap_getgrnam(const char* name) {
 }
 
 passwd* __wrap_getpwnam(const char* name) {
-    return fails(Call::getpwnam) ? nullptr : __real_getpwnam(name);
+    if (fails(Call::getpwnam)) {
+        return nullptr;
+    }
+    passwd* found = __real_getpwnam(name);
+    if (found != nullptr && errnoAfterLookup != 0) {
+        errno = errnoAfterLookup;
+    }
+    return found;
 }
 
 passwd* __wrap_getpwuid(uid_t uid) {

@@ -54,6 +54,9 @@ int callsOf(Call call);
 // The next waitpid answers so, without waiting for anybody.
 void answerWaitpid(pid_t answer, int status);
 
+// From now on getpwnam leaves this errno when it has found the user.
+void leaveErrnoAfterLookup(int error);
+
 // From now on getdtablesize answers so.
 void answerTableSize(int size);
 

@@ -1,5 +1,6 @@
 #include "lib/process/lib/ExecReport.h"
 
+#include <cerrno>
 #include <csignal>
 #include <string>
 
@@ -82,12 +83,13 @@ TEST(ExecReport, TheUtilitysNameStandsBefore) {
     EXPECT_EQ(captured.output(), "tamrix: /bin/sh execution failed:\nerr\n");
 }
 
-// The second after which the child is looked at leaves EAGAIN behind.
+// A child that is found ended by looking leaves errno as it was.
 TEST(ExecReport, NoSystemErrorIsToldForAProgramsFailure) {
     const TempDir directory;
     const std::string pidFile = directory.path("left-behind");
     {
         const CapturedStreams captured;
+        errno = EAGAIN;
         EXPECT_EQ(shell("echo err >&2; sleep 60 & echo $! > " + pidFile + "; exit 3", false), 3);
         EXPECT_EQ(captured.error(), "/bin/sh execution failed:\nerr\n");
     }

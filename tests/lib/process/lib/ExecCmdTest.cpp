@@ -198,7 +198,7 @@ TEST_F(ExecCmdRun, RunsAsTheGivenUserInTheHomeDirectoryUnlessTold) {
     ExecCmd staying = shell("id -u; pwd");
     staying.setUser("nobody");
     staying.setChangeToHome(false);
-    ::chdir("/");
+    std::filesystem::current_path("/");
     EXPECT_EQ(staying.run(), 0);
     EXPECT_EQ(staying.standardOutput(), "65534\n/\n");
 }

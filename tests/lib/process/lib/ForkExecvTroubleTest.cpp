@@ -77,6 +77,14 @@ TEST_F(ForkExecvTrouble, TheChildIsAskedWithSigtermAndWaitedFor) {
     EXPECT_TRUE(std::filesystem::exists(mark));
 }
 
+std::size_t giveForEver(char* buffer, std::size_t capacity, void* /*context*/) {
+    return std::string(capacity, 'x').copy(buffer, capacity);
+}
+
+TEST_F(ForkExecvTrouble, ThePipesAreClosedBeforeTheWaitSoThatAChildDeafToSigtermSeesTheEnd) {
+    EXPECT_THROW(shell(giveForEver, throwNumber, nullptr, "trap '' TERM; echo x; cat >/dev/null"), int);
+}
+
 TEST_F(ForkExecvTrouble, NeitherDescriptorsNorChildrenPileUp) {
     for (int i = 0; i < 50; ++i) {
         std::string output;

@@ -1,6 +1,7 @@
 // Children that run as another user, for real.
 #include "lib/process/lib/ForkExecv.h"
 
+#include <filesystem>
 #include <string>
 
 #include <gtest/gtest.h>
@@ -33,7 +34,7 @@ constexpr const char* whoAndWhere = "id -un; id -gn; id -Gn; pwd";
 
 TEST_F(ForkExecvUser, SwitchesUserAndGroups) {
     TAMRIX_TEST_AS_ROOT();
-    ::chdir("/");
+    std::filesystem::current_path("/");
     EXPECT_EQ(shellAs("nobody", Home::stay, whoAndWhere), 0);
     EXPECT_EQ(output, "nobody\nnogroup\nnogroup\n/\n");
     EXPECT_EQ(error, "");
@@ -69,7 +70,7 @@ TEST_F(ForkExecvUser, AnUnknownUserIsWarnedOfAndNoSwitch) {
 }
 
 TEST_F(ForkExecvUser, UidZeroIsNoSwitchAndNoChangeOfDirectory) {
-    ::chdir("/");
+    std::filesystem::current_path("/");
     EXPECT_EQ(shellAs("root", Home::change, "id -u; pwd"), 0);
     EXPECT_EQ(output, std::to_string(::geteuid()) + "\n/\n");
 }

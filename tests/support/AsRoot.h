@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdlib>
+#include <filesystem>
 #include <string>
 
 #include <gtest/gtest.h>
@@ -23,10 +24,8 @@ inline Rights becomeRoot() {
     }
     const auto* test = testing::UnitTest::GetInstance()->current_test_info();
     const std::string filter = std::string(test->test_suite_name()) + "." + test->name();
-    EXPECT_EQ(std::system(
-                  (enter + "/proc/" + std::to_string(::getpid()) + "/exe --gtest_filter=" + filter).c_str()),
-              0)
-        << "in a user namespace";
+    const std::string self = std::filesystem::read_symlink("/proc/self/exe").string();
+    EXPECT_EQ(std::system((enter + self + " --gtest_filter=" + filter).c_str()), 0) << "in a user namespace";
     return Rights::borrowed;
 }
 

@@ -55,7 +55,7 @@ TEST_F(ForkExecvPipes, AMissingProgramIsReportedOnBothStreams) {
 
 TEST_F(ForkExecvPipes, AMissingProgramIsReportedUnderTheUtilitysName) {
     quelm::setProgramPath("/opt/somewhere/tamrix");
-    EXPECT_EQ(run("no-such-tool-on-any-path", ArgVector{"tool"}), 1);
+    EXPECT_EQ(run("no-such-tool-on-any-path", ArgVector{"tool"}, {{"PATH", "/usr/bin:/bin"}}), 1);
     quelm::setProgramPath(nullptr);
     EXPECT_EQ(error, std::string("tamrix: ") + noSuchFile);
     EXPECT_EQ(output, std::string("tamrix: ") + noSuchFile);

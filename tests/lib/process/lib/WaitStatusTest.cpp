@@ -1,6 +1,7 @@
 #include "lib/process/lib/WaitStatus.h"
 
 #include <csignal>
+#include <ostream>
 
 #include <gtest/gtest.h>
 #include <sys/wait.h>
@@ -18,6 +19,10 @@ struct Case {
     int value;
     int exitCode;
 };
+
+void PrintTo(const Case& row, std::ostream* stream) {
+    *stream << row.name;
+}
 
 class WaitStatusTable : public testing::TestWithParam<Case> {};
 

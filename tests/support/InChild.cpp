@@ -3,6 +3,7 @@
 #include <array>
 #include <cerrno>
 #include <cstdio>
+#include <exception>
 #include <iostream>
 #include <stdexcept>
 
@@ -13,6 +14,8 @@
 namespace quelm::test {
 
 namespace {
+
+constexpr int uncaught = 99;
 
 class Recording {
 public:
@@ -50,6 +53,22 @@ void flushAll() {
     std::fflush(nullptr);
 }
 
+// An exception must not unwind into the parent's copy of the test.
+[[noreturn]] void runToTheEnd(const std::function<void()>& body) {
+    int status = 0;
+    try {
+        errno = 0;
+        body();
+    } catch (const std::exception& failure) {
+        std::cerr << "uncaught in the child: " << failure.what() << std::endl;
+        status = uncaught;
+    } catch (...) {
+        status = uncaught;
+    }
+    flushAll();
+    ::_exit(status);
+}
+
 } // namespace
 
 int ChildOutcome::exitStatus() const {
@@ -64,10 +83,7 @@ ChildOutcome inChild(const std::function<void()>& body) {
     if (child == 0) {
         output.standFor(STDOUT_FILENO);
         error.standFor(STDERR_FILENO);
-        errno = 0;
-        body();
-        flushAll();
-        ::_exit(0);
+        runToTheEnd(body);
     }
     ChildOutcome outcome{};
     while (::waitpid(child, &outcome.waitStatus, 0) == -1 && errno == EINTR) {

@@ -16,7 +16,8 @@ struct ChildOutcome {
 };
 
 // Standard output and standard error of the body are collected apart. The body may end the process itself;
-// when it returns, the child ends with status 0, without the parent's destructors.
+// when it returns, the child ends with status 0, and when it throws with 99, without the parent's
+// destructors.
 ChildOutcome inChild(const std::function<void()>& body);
 
 } // namespace quelm::test

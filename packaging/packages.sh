@@ -9,6 +9,7 @@ host_packages=(bubblewrap)
 php_packages=(php8.2-cgi php8.2-cli php8.2-fpm)
 test_packages=(libgtest-dev libgmock-dev python3 python3-pytest clang-format shellcheck)
 full_packages=(clang-tidy gcovr)
+bench_packages=(rapidjson-dev jq)
 
 as_root() {
     if [[ $(id -u) -eq 0 ]]; then

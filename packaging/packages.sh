@@ -7,7 +7,7 @@ build_packages=(cmake ninja-build g++ libboost-dev libboost-program-options-dev 
     libcurl4-openssl-dev libssl-dev lld)
 host_packages=(bubblewrap)
 php_packages=(php8.2-cgi php8.2-cli php8.2-fpm)
-test_packages=(libgtest-dev libgmock-dev python3 python3-pytest clang-format shellcheck)
+test_packages=(strace valgrind libgtest-dev libgmock-dev python3 python3-pytest clang-format shellcheck)
 full_packages=(clang-tidy gcovr)
 bench_packages=(rapidjson-dev jq)
 

@@ -1,0 +1,73 @@
+"""Which programs a command starts: exactly those that the behaviour needs, and no process beside them."""
+
+import re
+
+import pytest
+
+from private_host import TAMRIX
+from registry_text import CGI, CLI, INI, document, record
+
+ADMIN = "/opt/ovt/admin/sbin"
+HOOK = "/etc/ovt/php_configurator.d/10-hook"
+SERVICE = ["--service", "s", "--poold", "/p"]
+ADD = ["--add", "--path", CGI, "--phpini", INI]
+# The leak checker of a sanitized build cannot work beside strace.
+NO_LEAK_CHECK = {"ASAN_OPTIONS": "detect_leaks=0"}
+
+
+@pytest.fixture
+def furnished(host):
+    host.php(CGI)
+    host.php(CLI)
+    host.write(INI)
+    host.hook("10-hook")
+    host.write("/etc/ovt/php_configurator.d/20-not-executable", mode=0o644)
+    return host
+
+
+def traced(host, *words):
+    """The programs that one tamrix run executes, itself first, and the number of processes that it makes."""
+    result = host.run("/usr/bin/strace", "-f", "-qq", "-o", "/opt/ovt/trace",
+                      "-e", "trace=execve,clone,clone3,fork,vfork", TAMRIX, *words, env=NO_LEAK_CHECK)
+    assert result.status == 0, result
+    trace = host.read("/opt/ovt/trace")
+    programs = re.findall(r'execve\("([^"]*)".*\) = 0$', trace, re.MULTILINE)
+    children = re.findall(r"^(?:\d+ +)?(?:clone3?|v?fork)\(.*\) = \d+$|<\.\.\. (?:clone3?|v?fork) resumed>.* = \d+$",
+                          trace, re.MULTILINE)
+    assert "execve" in trace
+    failed = [line for line in trace.splitlines() if "execve(" in line and line.rstrip().endswith(")") and " = -1 " in line]
+    assert failed == []
+    return programs, len(children)
+
+
+@pytest.mark.parametrize("words", [["--list"], ["--list-json"], ["--help"]])
+def test_reading_starts_nothing(furnished, words):
+    furnished.registry = document(record("a"))
+    assert traced(furnished, *words) == ([TAMRIX], 0)
+
+
+def test_add_probes_each_executable_once_then_runs_hooks_and_dirty_flag(furnished):
+    expected = [TAMRIX, CGI, CLI, HOOK, f"{ADMIN}/depotctl"]
+    assert traced(furnished, *ADD, "--type", "cgi", "--clipath", CLI) == (expected, 4)
+
+
+def test_add_of_an_fpm_handler_checks_its_service_and_sets_its_limit(furnished):
+    expected = [TAMRIX, CGI, f"{ADMIN}/quelmrc", f"{ADMIN}/quotagate", HOOK]
+    assert traced(furnished, *ADD, "--type", "fpm", *SERVICE, "--no-set-dirty-flag") == (expected, 4)
+
+
+def test_update_of_a_name_probes_nothing(furnished):
+    furnished.registry = document(record("a"))
+    expected = [TAMRIX, HOOK, f"{ADMIN}/depotctl"]
+    assert traced(furnished, "--update", "--id", "a", "--displayname", "n") == (expected, 2)
+
+
+def test_remove_probes_nothing(furnished):
+    furnished.registry = document(record("a"))
+    assert traced(furnished, "--remove", "--id", "a") == ([TAMRIX, HOOK, f"{ADMIN}/depotctl"], 2)
+
+
+def test_reread_probes_each_executable_once_and_runs_no_hooks(furnished):
+    furnished.registry = document(record("a", path=CGI, clipath=CLI, phpini=INI), record("b", path=CGI, phpini=INI))
+    expected = [TAMRIX, CGI, CLI, CGI, f"{ADMIN}/depotctl"]
+    assert traced(furnished, "--reread") == (expected, 4)

@@ -42,10 +42,11 @@ def pytest_runtest_makereport(item, call):
 @pytest.fixture
 def host(request):
     """A fresh private host with recording tools; removed unless the test fails."""
-    hosts = request.config.getoption("--hosts") or os.path.join(tempfile.gettempdir(), "tamrix-hosts")
-    os.makedirs(hosts, exist_ok=True)
+    hosts = request.config.getoption("--hosts")
+    if hosts:
+        os.makedirs(hosts, exist_ok=True)
     name = re.sub(r"[^A-Za-z0-9_]+", "-", request.node.name)[:60]
-    folder = tempfile.mkdtemp(prefix=name + ".", dir=hosts)
+    folder = tempfile.mkdtemp(prefix=f"tamrix-{name}.", dir=hosts)
     options = request.config.getoption
     made = private_host.PrivateHost(folder, options("--binary"), options("--shared"))
     made.record_tools()

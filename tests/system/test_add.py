@@ -196,6 +196,16 @@ def test_a_value_may_look_like_an_option(php_host):
     assert php_host.registry == document(record("c", displayname="--id"))
 
 
+def test_values_with_every_readable_control_byte_survive(php_host):
+    ini = "/tab\t/newline\n/return\r/back\b/feed\f/\"quoted\"/\\/\x7f/\udc80"
+    words = ["--add", "--path", CGI, "--phpini", ini, "--type", "cgi", "--id"]
+    assert php_host.tamrix(*words, "c") == ok("c\n")
+    stored = '/tab\\t/newline\\n/return\\r/back\\b/feed\\f/\\"quoted\\"/\\\\/\x7f/\udc80'
+    assert php_host.registry == document(record("c", phpini=stored))
+    assert php_host.tamrix(*words, "d") == ok("d\n")
+    assert php_host.registry == document(record("c", phpini=stored), record("d", phpini=stored))
+
+
 def test_a_php_ini_that_does_not_exist_is_not_looked_at(php_host):
     assert php_host.tamrix("--add", "--path", CGI, "--phpini", "", "--type", "cgi", "--id", "c") == ok("c\n")
     assert php_host.registry == document(record("c", phpini=""))

@@ -1,8 +1,10 @@
 """What children inherit, and what a caller's odd process state does to a run."""
 
+import time
+
 import pytest
 
-from private_host import failed, ok
+from private_host import Result, failed, ok
 from registry_text import CGI, INI, document, record
 
 ADD = ("--add", "--path", CGI, "--phpini", INI, "--type", "cgi", "--id", "x")
@@ -89,13 +91,32 @@ def test_without_descriptors_for_pipes_the_run_ends_with_the_message(php_host):
 
 
 def test_no_child_is_left_behind(php_host):
-    php_host.hook("10-hook")
-    script = '"$@" && ps -e -o stat= | grep -c Z'
-    assert php_host.shell(script, *ADD).out == "x\n0\n"
+    # Each of these looks for children of tamrix and must find only itself.
+    count = "grep -lx \"PPid:[[:space:]]*$PPID\" /proc/[0-9]*/status | wc -l"
+    php_host.hook("10-hook", count)
+    php_host.recorder(f"{SBIN}/quotagate", f"{count} >>/opt/ovt/calls")
+    php_host.recorder(f"{SBIN}/depotctl", f"{count} >>/opt/ovt/calls")
+    words = ["--add", "--path", CGI, "--phpini", INI, "--type", "fpm", "--id", "x", "--service", "s", "--poold", "p"]
+    assert php_host.tamrix(*words) == ok("x\n")
+    assert [call for call in php_host.calls if call.isdigit()] == ["1", "1"]
+    assert "stdout: 1\n" in php_host.hook_log
 
 
-def test_a_path_in_the_environment_of_the_caller_counts(php_host):
-    php_host.php("/opt/ovt/php/php-x")
-    script = 'cd /opt/ovt/php && PATH=/opt/ovt/php:$PATH exec "$@"'
-    words = ["--add", "--path", "php-x", "--phpini", INI, "--type", "cgi", "--id", "x"]
-    assert php_host.shell(script, *words) == ok("x\n")
+@pytest.mark.parametrize("disposition,status", [("SIG_DFL", 141), ("SIG_IGN", 0)])
+def test_a_reader_that_went_away_is_the_caller_s_own_affair(php_host, disposition, status):
+    code = f"signal.signal(signal.SIGPIPE, signal.{disposition})\nr, w = os.pipe(); os.close(r); os.dup2(w, 1)"
+    assert python(php_host, code, "--list") == Result(status)
+
+
+@pytest.mark.parametrize("where", ["interpreter", "hook", "tool"])
+def test_a_background_process_that_holds_the_output_is_waited_for(php_host, where):
+    body = "sleep 1.2 &\necho 'PHP 8.1.2'"
+    if where == "interpreter":
+        php_host.recorder(CGI, body)
+    elif where == "hook":
+        php_host.hook("10-hook", body)
+    else:
+        php_host.recorder(f"{SBIN}/depotctl", body)
+    before = time.monotonic()
+    assert php_host.tamrix(*ADD) == ok("x\n")
+    assert time.monotonic() - before >= 1.2

@@ -116,6 +116,27 @@ def test_a_link_loop_is_the_file_system_s_own_error(host):
     assert host.tamrix(*ADD, "/opt/ovt/loop") == failed(fatal, fatal)
 
 
+def test_a_too_long_path_is_the_file_system_s_own_error(host):
+    path = "/" + "x" * 300
+    fatal = (
+        "Fatal error: std::filesystem::__cxx11::filesystem_error(filesystem error: status: File name too long"
+        f" [{path}])\n")
+    assert host.tamrix(*ADD, path) == failed(fatal, fatal)
+
+
+def test_a_forbidden_folder_is_the_file_system_s_own_error(host):
+    host.php("/opt/ovt/closed/php")
+    host.path("/opt/ovt/closed").chmod(0)
+    script = (
+        'if [ "$(id -u)" = 0 ]; then set -- setpriv --bounding-set -dac_override,-dac_read_search "$@"; fi\n'
+        'exec "$@"')
+    fatal = (
+        "Fatal error: std::filesystem::__cxx11::filesystem_error(filesystem error: status: Permission denied"
+        " [/opt/ovt/closed/php])\n")
+    assert host.shell(script, *ADD, "/opt/ovt/closed/php") == failed(fatal, fatal)
+    host.path("/opt/ovt/closed").chmod(0o755)
+
+
 def test_a_slashless_path_is_looked_up_in_the_path_but_must_exist_here(host):
     host.php("/opt/ovt/bin/php-x", "PHP 8.1\n")
     host.php("/opt/ovt/here/php-x", "PHP 9.1\n")
@@ -134,6 +155,17 @@ def test_large_outputs_on_both_streams(host):
     host.recorder(CGI, "head -c 1000000 /dev/zero | tr '\\0' e >&2\nhead -c 1000000 /dev/zero | tr '\\0' o\necho\n"
                        'echo "PHP 8.1"')
     assert host.tamrix(*ADD, CGI) == ok("x\n")
+
+
+def test_a_version_of_very_many_groups_does_no_harm(host):
+    host.recorder(CGI, "printf 'PHP 1'\nhead -c 200000 /dev/zero | sed 's/\\x00/.1/g'")
+    result = host.tamrix(*ADD, CGI)
+    if result.status == 0:
+        assert result == ok("x\n")
+    else:
+        assert result.status == 1
+        assert result.err.startswith("Fatal error: boost::wrapexcept<std::runtime_error>(")
+        assert result.out == result.err
 
 
 def test_a_very_long_line_is_no_trouble(host):

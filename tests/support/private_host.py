@@ -20,6 +20,12 @@ CALLS = "/opt/ovt/calls"
 TIME_STAMP = re.compile(r"^\[\d{4}-\d\d-\d\d \d\d-\d\d-\d\d\.\d{3}\] Start: ", re.MULTILINE)
 
 
+# For PrivateHost.shell: tamrix without root's right to read and enter everything.
+UNPRIVILEGED = (
+    'if [ "$(id -u)" = 0 ]; then set -- setpriv --bounding-set -dac_override,-dac_read_search "$@"; fi\n'
+    'exec "$@"')
+
+
 def text(data):
     return data.decode("utf-8", "surrogateescape")
 

@@ -1,4 +1,5 @@
-"""The registry document as the file format has it, built independently of the program.
+"""The registry document and package files as the formats have them, built
+independently of the program.
 
 record(...) takes every value as it stands in the file: the display name already percent-encoded, the strings
 already escaped."""
@@ -28,6 +29,12 @@ def record(id, path=CGI, clipath="", phpini=INI, version="8.1.2", displayname="%
 
 def document(*records):
     return '{"php":[' + ",".join(records) + "\n]}\n"
+
+
+def package(path=CGI, clipath="", phpini=INI, type="cgi", name="name", **more):
+    """The text of a package handler file."""
+    keys = {"displayname": name, "path": path, "clipath": clipath, "phpini": phpini, "type": type, **more}
+    return "".join(f"{key}={value}\n" for key, value in keys.items())
 
 
 EMPTY = '{"php":[\n]}\n'

@@ -83,6 +83,12 @@ def test_a_too_long_id_is_saved_as_null_which_the_next_load_refuses(php_host):
         " Error occured at offset 17, character 'n'. \n")
 
 
+@pytest.mark.parametrize("count,stored", [(1362, '"' + "%FF" * 1362 + '"'), (1363, "null")])
+def test_the_limit_counts_the_escaped_display_name(php_host, count, stored):
+    assert php_host.tamrix(*ADD, "cgi", "--id", "x", "--displayname", "\udcff" * count) == ok("x\n")
+    assert php_host.registry == document(record("x", displayname="NAME")).replace('"NAME"', stored)
+
+
 def test_every_step_in_its_order(php_host):
     php_host.hook("10-hook", 'grep -c \'"id":"f"\' /etc/ovt/php_versions.json >>/opt/ovt/calls')
     php_host.hook("20-hook")

@@ -5,9 +5,8 @@ import socket
 
 import pytest
 
-from private_host import PACKAGES, ok
-from registry_text import CGI, CLI, EMPTY, INI, document, record
-from test_reread import package
+from private_host import PACKAGES, UNPRIVILEGED, failed, ok
+from registry_text import CGI, CLI, EMPTY, INI, document, package, record
 
 FILE = f"{PACKAGES}/x.conf"
 READING = f"Error reading handler from {FILE}: "
@@ -179,6 +178,27 @@ def test_when_the_twin_s_id_is_taken_the_first_handler_stays(full_host):
         record("x-dedicated"), packaged("x", type="fpm", service="s", poold="/p"))
 
 
+def test_a_file_system_error_of_the_twin_s_probe_is_told_like_a_failed_one(full_host):
+    loop = "/opt/ovt/loop"
+    os.symlink(loop, full_host.path(loop))
+    full_host.write(FILE, package(id="x", path=loop, type="fpm", service="s", poold="/p"))
+    assert full_host.tamrix("--reread") == ok(err=(
+        ADDING + f"filesystem error: status: Too many levels of symbolic links [{loop}]\n"
+        + f"[Warning] removing handler `name' (x) as corresponding {loop} doesn't exist\n"))
+    assert full_host.registry == EMPTY
+
+
+def test_a_folder_that_cannot_be_listed_ends_the_reread_and_keeps_the_registry(full_host):
+    full_host.registry = document(packaged("x"))
+    full_host.path(PACKAGES).chmod(0)
+    fatal = (
+        "Fatal error: std::filesystem::__cxx11::filesystem_error(filesystem error: directory iterator cannot"
+        f" open directory: Permission denied [{PACKAGES}])\n")
+    assert full_host.shell(UNPRIVILEGED, "--reread") == failed(fatal, fatal)
+    assert full_host.registry == document(packaged("x"))
+    full_host.path(PACKAGES).chmod(0o755)
+
+
 def test_the_twin_of_a_built_in_id_is_a_handler_of_its_own(full_host):
     full_host.write(FILE, package(id="cgi", type="fpm", service="s", poold="/p", name=""))
     full_host.tamrix("--reread")
@@ -189,7 +209,4 @@ def test_the_twin_of_a_built_in_id_is_a_handler_of_its_own(full_host):
 
 def test_an_unreadable_file_is_told_with_its_path_twice(full_host):
     full_host.write(FILE, package(id="x"), 0)
-    script = (
-        'if [ "$(id -u)" = 0 ]; then set -- setpriv --bounding-set -dac_override,-dac_read_search "$@"; fi\n'
-        'exec "$@"')
-    assert full_host.shell(script, "--reread") == ok(err=READING + f"{FILE}: cannot open file\n")
+    assert full_host.shell(UNPRIVILEGED, "--reread") == ok(err=READING + f"{FILE}: cannot open file\n")

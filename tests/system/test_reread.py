@@ -5,7 +5,7 @@ import os
 import pytest
 
 from private_host import PACKAGES, failed, ok
-from registry_text import CGI, CLI, EMPTY, INI, document, record
+from registry_text import CGI, CLI, EMPTY, INI, document, package, record
 
 DESCRIPTION = (
     "Reread handlers options:\n"
@@ -26,11 +26,6 @@ def full_host(host):
     host.write(INI)
     host.hook("10-hook")
     return host
-
-
-def package(path=CGI, clipath="", phpini=INI, type="cgi", name="name", **more):
-    keys = {"displayname": name, "path": path, "clipath": clipath, "phpini": phpini, "type": type, **more}
-    return "".join(f"{key}={value}\n" for key, value in keys.items())
 
 
 @pytest.mark.parametrize("words,message", [

@@ -5,7 +5,7 @@
 
 #include "cli/CommandHandlers.h"
 #include "cli/QuelmUtilException.h"
-#include "commands/CommandOptions.h"
+#include "commands/CommandDescriptions.h"
 #include "commands/PhpVersion.h"
 #include "host/HookRunner.h"
 #include "host/ServiceTools.h"
@@ -16,20 +16,6 @@
 namespace quelm {
 
 namespace {
-
-CommandOptions describeOptions() {
-    CommandOptions options("Add handler options");
-    options.addText("id", "handler id");
-    options.addText("displayname", "human readable handler name");
-    options.addText("path", "path to php-cgi");
-    options.addText("clipath", "path to php-cli");
-    options.addRequiredText("phpini", "path to php.ini");
-    options.addRequiredText("type", "php handler type : <cgi|fastcgi|fpm>");
-    options.addDirtyFlagSwitch();
-    options.addText("service", "service name for fpm");
-    options.addText("poold", "path to pool.d for fpm");
-    return options;
-}
 
 // The default name is not a default of the option library: it would show in the printed description.
 std::string displayNameFrom(const CommandOptions& options) {
@@ -91,8 +77,22 @@ void addHandler(const CommandOptions& options) {
 
 } // namespace
 
+CommandOptions addOptions() {
+    CommandOptions options("Add handler options");
+    options.addText("id", "handler id");
+    options.addText("displayname", "human readable handler name");
+    options.addText("path", "path to php-cgi");
+    options.addText("clipath", "path to php-cli");
+    options.addRequiredText("phpini", "path to php.ini");
+    options.addRequiredText("type", "php handler type : <cgi|fastcgi|fpm>");
+    options.addDirtyFlagSwitch();
+    options.addText("service", "service name for fpm");
+    options.addText("poold", "path to pool.d for fpm");
+    return options;
+}
+
 int addCommand(int argc, char** argv) {
-    CommandOptions options = describeOptions();
+    CommandOptions options = addOptions();
     return options.run(argc, argv, [&options] { addHandler(options); });
 }
 

@@ -27,7 +27,33 @@ bool isPackageFile(const fs::directory_entry& entry) {
     return fs::is_regular_file(entry.status(unreadable)) && entry.path().native().ends_with(".conf");
 }
 
-PhpHandler readHandler(const std::string& path) {
+void addDedicatedTwin(HandlerRegistry& registry, const PhpHandler& handler) {
+    if (::strverscmp(getPhpVersion(handler.path, "").c_str(), firstDedicatedVersion) < 0) {
+        return;
+    }
+    PhpHandler twin = handler;
+    twin.id += "-dedicated";
+    twin.poold.clear();
+    add(registry, twin);
+}
+
+void addPackageFile(HandlerRegistry& registry, const std::string& path) {
+    try {
+        const PhpHandler handler = readPackageFile(path);
+        add(registry, handler);
+        if (handler.type == PhpHandlerType::fpm) {
+            addDedicatedTwin(registry, handler);
+        }
+    } catch (const pt::ptree_error& failure) {
+        std::cerr << "Error reading handler from " << path << ": " << failure.what() << std::endl;
+    } catch (const std::runtime_error& failure) {
+        std::cerr << "Error adding handler from " << path << ": " << failure.what() << std::endl;
+    }
+}
+
+} // namespace
+
+PhpHandler readPackageFile(const std::string& path) {
     pt::ptree tree;
     pt::read_ini(path, tree);
     PhpHandler handler;
@@ -48,32 +74,6 @@ PhpHandler readHandler(const std::string& path) {
     }
     return handler;
 }
-
-void addDedicatedTwin(HandlerRegistry& registry, const PhpHandler& handler) {
-    if (::strverscmp(getPhpVersion(handler.path, "").c_str(), firstDedicatedVersion) < 0) {
-        return;
-    }
-    PhpHandler twin = handler;
-    twin.id += "-dedicated";
-    twin.poold.clear();
-    add(registry, twin);
-}
-
-void addPackageFile(HandlerRegistry& registry, const std::string& path) {
-    try {
-        const PhpHandler handler = readHandler(path);
-        add(registry, handler);
-        if (handler.type == PhpHandlerType::fpm) {
-            addDedicatedTwin(registry, handler);
-        }
-    } catch (const pt::ptree_error& failure) {
-        std::cerr << "Error reading handler from " << path << ": " << failure.what() << std::endl;
-    } catch (const std::runtime_error& failure) {
-        std::cerr << "Error adding handler from " << path << ": " << failure.what() << std::endl;
-    }
-}
-
-} // namespace
 
 void readPackageHandlers(HandlerRegistry& registry) {
     readPackageHandlers(registry, packageDirectory);

@@ -19,4 +19,8 @@ void readPackageHandlers(HandlerRegistry& registry);
 // The same for another directory.
 void readPackageHandlers(HandlerRegistry& registry, const std::string& directory);
 
+// The handler of one package file, its version still empty. Throws boost::property_tree::ptree_error when the
+// file cannot be read as INI or lacks a key, QuelmUtilException for an unknown type.
+PhpHandler readPackageFile(const std::string& path);
+
 } // namespace quelm

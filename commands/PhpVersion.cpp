@@ -2,7 +2,6 @@
 
 #include <filesystem>
 #include <iostream>
-#include <optional>
 #include <sstream>
 
 #include <boost/regex.hpp>
@@ -25,8 +24,9 @@ std::string runBanner(const std::string& binaryPath) {
     return output;
 }
 
-// The number of the first line that is a banner as a whole; warnings may stand before it.
-std::optional<std::string> findVersion(const std::string& output) {
+} // namespace
+
+std::optional<std::string> findPhpVersion(const std::string& output) {
     static const boost::regex banner(R"(^PHP\s(\d+(\.\d+)*).*$)");
     std::istringstream lines(output);
     for (std::string line; std::getline(lines, line);) {
@@ -38,14 +38,12 @@ std::optional<std::string> findVersion(const std::string& output) {
     return std::nullopt;
 }
 
-} // namespace
-
 std::string getPhpVersion(const std::string& binaryPath, const std::string& /*phpIniPath*/) {
     if (!std::filesystem::exists(std::filesystem::status(binaryPath))) {
         throw QuelmUtilException("Binary " + binaryPath + " doesn't exists");
     }
     const std::string output = runBanner(binaryPath);
-    const std::optional<std::string> version = findVersion(output);
+    const std::optional<std::string> version = findPhpVersion(output);
     if (!version) {
         throw QuelmUtilException("Unable to parse php version : " + output);
     }

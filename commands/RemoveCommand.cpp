@@ -4,7 +4,7 @@
 
 #include "cli/CommandHandlers.h"
 #include "cli/QuelmUtilException.h"
-#include "commands/CommandOptions.h"
+#include "commands/CommandDescriptions.h"
 #include "commands/PackageHandlers.h"
 #include "host/HookRunner.h"
 #include "host/SiblingTools.h"
@@ -13,15 +13,6 @@
 namespace quelm {
 
 namespace {
-
-// The help option is accepted and never looked at; callers pass it along with an identifier.
-CommandOptions describeOptions() {
-    CommandOptions options("Remove handler options");
-    options.addRequiredText("id", "php handler identifier");
-    options.addFlag("help", "show help");
-    options.addDirtyFlagSwitch();
-    return options;
-}
 
 void refuseSystemHandler(const PhpHandler& handler) {
     if (handler.system) {
@@ -59,8 +50,17 @@ void removeHandler(const CommandOptions& options) {
 
 } // namespace
 
+// The help option is accepted and never looked at; callers pass it along with an identifier.
+CommandOptions removeOptions() {
+    CommandOptions options("Remove handler options");
+    options.addRequiredText("id", "php handler identifier");
+    options.addFlag("help", "show help");
+    options.addDirtyFlagSwitch();
+    return options;
+}
+
 int removeCommand(int argc, char** argv) {
-    CommandOptions options = describeOptions();
+    CommandOptions options = removeOptions();
     return options.run(argc, argv, [&options] { removeHandler(options); });
 }
 

@@ -6,7 +6,7 @@
 #include <system_error>
 
 #include "cli/CommandHandlers.h"
-#include "commands/CommandOptions.h"
+#include "commands/CommandDescriptions.h"
 #include "commands/PackageHandlers.h"
 #include "commands/PhpVersion.h"
 #include "host/SiblingTools.h"
@@ -18,12 +18,6 @@ namespace quelm {
 namespace fs = std::filesystem;
 
 namespace {
-
-CommandOptions describeOptions() {
-    CommandOptions options("Reread handlers options");
-    options.addDirtyFlagSwitch();
-    return options;
-}
 
 // Handlers with a built-in identifier belong to packages even when their flag is clear.
 bool isPackageOwned(const PhpHandler& handler) {
@@ -114,8 +108,14 @@ void rereadHandlers(const CommandOptions& options) {
 
 } // namespace
 
+CommandOptions rereadOptions() {
+    CommandOptions options("Reread handlers options");
+    options.addDirtyFlagSwitch();
+    return options;
+}
+
 int rereadCommand(int argc, char** argv) {
-    CommandOptions options = describeOptions();
+    CommandOptions options = rereadOptions();
     return options.run(argc, argv, [&options] { rereadHandlers(options); });
 }
 

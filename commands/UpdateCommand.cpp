@@ -3,7 +3,7 @@
 // refused is refused before the save.
 #include "cli/CommandHandlers.h"
 #include "cli/QuelmUtilException.h"
-#include "commands/CommandOptions.h"
+#include "commands/CommandDescriptions.h"
 #include "commands/PhpVersion.h"
 #include "host/HookRunner.h"
 #include "host/ServiceTools.h"
@@ -13,21 +13,6 @@
 namespace quelm {
 
 namespace {
-
-// The type's help does not name fpm, although it is accepted: kept, front ends show this text.
-CommandOptions describeOptions() {
-    CommandOptions options("Update handler options");
-    options.addText("id", "handler id");
-    options.addText("displayname", "human readable handler name");
-    options.addText("path", "path to php-cgi");
-    options.addText("clipath", "path to php-cli");
-    options.addText("phpini", "path to php.ini");
-    options.addText("type", "php handler type : <cgi|fastcgi>");
-    options.addDirtyFlagSwitch();
-    options.addText("service", "service name for fpm");
-    options.addText("poold", "path to pool.d for fpm");
-    return options;
-}
 
 // Tells whether the option was given; the field is left alone when it was not.
 bool take(const CommandOptions& options, const char* name, std::string& field) {
@@ -111,8 +96,23 @@ void updateHandler(const CommandOptions& options) {
 
 } // namespace
 
+// The type's help does not name fpm, although it is accepted: kept, front ends show this text.
+CommandOptions updateOptions() {
+    CommandOptions options("Update handler options");
+    options.addText("id", "handler id");
+    options.addText("displayname", "human readable handler name");
+    options.addText("path", "path to php-cgi");
+    options.addText("clipath", "path to php-cli");
+    options.addText("phpini", "path to php.ini");
+    options.addText("type", "php handler type : <cgi|fastcgi>");
+    options.addDirtyFlagSwitch();
+    options.addText("service", "service name for fpm");
+    options.addText("poold", "path to pool.d for fpm");
+    return options;
+}
+
 int updateCommand(int argc, char** argv) {
-    CommandOptions options = describeOptions();
+    CommandOptions options = updateOptions();
     return options.run(argc, argv, [&options] { updateHandler(options); });
 }
 

@@ -1,8 +1,8 @@
 # Two interface targets: what every target is built with (tamrix_settings), and what our own sources
 # must also survive (tamrix_warnings).
 
-set(TAMRIX_GATE dev CACHE STRING "dev, release, asan or coverage; the presets choose")
-set_property(CACHE TAMRIX_GATE PROPERTY STRINGS dev release asan coverage)
+set(TAMRIX_GATE dev CACHE STRING "dev, release, asan, coverage or fuzz; the presets choose")
+set_property(CACHE TAMRIX_GATE PROPERTY STRINGS dev release asan coverage fuzz)
 
 set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
 set(CMAKE_POSITION_INDEPENDENT_CODE ON)
@@ -34,11 +34,15 @@ elseif(TAMRIX_GATE STREQUAL asan)
     -fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer -U_FORTIFY_SOURCE)
   target_link_options(tamrix_settings INTERFACE -fsanitize=address,undefined)
   target_compile_definitions(tamrix_settings INTERFACE _GLIBCXX_ASSERTIONS)
+elseif(TAMRIX_GATE STREQUAL fuzz)
+  target_compile_options(tamrix_settings INTERFACE
+    -fsanitize=fuzzer-no-link,address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  target_link_options(tamrix_settings INTERFACE -fsanitize=address,undefined)
 elseif(TAMRIX_GATE STREQUAL coverage)
   target_compile_options(tamrix_settings INTERFACE --coverage -fprofile-update=atomic)
   target_link_options(tamrix_settings INTERFACE --coverage)
 else()
-  message(FATAL_ERROR "TAMRIX_GATE is '${TAMRIX_GATE}'; use dev, release, asan or coverage")
+  message(FATAL_ERROR "TAMRIX_GATE is '${TAMRIX_GATE}'; use dev, release, asan, coverage or fuzz")
 endif()
 
 add_library(tamrix_warnings INTERFACE)

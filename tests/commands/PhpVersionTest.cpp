@@ -60,6 +60,8 @@ TEST_F(PhpVersion, NeedsNoFinalNewlineAndKeepsACarriageReturnOut) {
 TEST_F(PhpVersion, AnyOneBlankCharacterMayFollowTheName) {
     EXPECT_EQ(probeOutput("PHP\t5.2\n"), "5.2");
     EXPECT_EQ(probeOutput("PHP\r5.2\n"), "5.2");
+    EXPECT_EQ(probeOutput("PHP\v5.2\n"), "5.2");
+    EXPECT_EQ(probeOutput("PHP\f5.2\n"), "5.2");
     EXPECT_EQ(probeOutput("PHP  5.2\n"), "Unable to parse php version : PHP  5.2\n");
 }
 
@@ -73,6 +75,11 @@ TEST_F(PhpVersion, ALineThatStartsOtherwiseNeverMatches) {
          {" PHP 8.1.2\n", "php 8.1.2\n", "PHP8.1.2\n", "PHP v8\n", "Zend PHP 8\n"}) {
         EXPECT_EQ(probeOutput(output), "Unable to parse php version : " + output);
     }
+}
+
+TEST_F(PhpVersion, ABannerInsideALineIsNone) {
+    // To the expression a line also begins behind a carriage return.
+    EXPECT_EQ(probeOutput("Loading\rPHP 9.9 (x)\n"), "Unable to parse php version : Loading\rPHP 9.9 (x)\n");
 }
 
 TEST_F(PhpVersion, AnOutputWithoutABannerIsShownWhole) {

@@ -80,7 +80,7 @@ def test_a_caller_with_many_open_descriptors_is_served(php_host, count):
 
 def test_without_descriptors_for_pipes_the_run_ends_with_the_message(php_host):
     if re.search("/(asan|coverage)/", str(php_host.path("binary").resolve())):
-        pytest.skip("sanitizers and counters open descriptors of their own, which they cannot have here")
+        pytest.skip("sanitizers and coverage counters open descriptors of their own, which they cannot have here")
     code = (
         "resource.setrlimit(resource.RLIMIT_NOFILE, (32, 32))\n"
         "try:\n"

@@ -22,4 +22,14 @@ std::string readableTypeName(const char* mangled) {
     return demangle(name).value_or(name);
 }
 
+std::string readableFrame(const std::string& symbolLine) {
+    const auto open = symbolLine.find('(');
+    const auto plus = open == std::string::npos ? open : symbolLine.find('+', open);
+    if (plus == std::string::npos) {
+        return symbolLine;
+    }
+    const auto name = demangle(symbolLine.substr(open + 1, plus - open - 1).c_str());
+    return name ? symbolLine.substr(0, open + 1) + *name + symbolLine.substr(plus) : symbolLine;
+}
+
 } // namespace quelm

@@ -14,4 +14,9 @@ std::optional<std::string> demangle(const char* mangled);
 // demangled is returned as it is.
 std::string readableTypeName(const char* mangled);
 
+// A line of a stack trace, "OBJECT(FUNCTION+OFFSET) [ADDRESS]", with the readable name in place of the
+// mangled one between the first '(' and the first '+' after it; a line without such a name is returned as it
+// is.
+std::string readableFrame(const std::string& symbolLine);
+
 } // namespace quelm

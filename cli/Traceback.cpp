@@ -2,28 +2,12 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <string>
 
 #include <execinfo.h>
 
 #include "cli/Demangle.h"
 
 namespace quelm {
-
-namespace {
-
-// A symbol line reads "object(function+offset) [address]"; its function name is replaced by the readable one.
-std::string readableFrame(const std::string& line) {
-    const auto open = line.find('(');
-    const auto plus = open == std::string::npos ? open : line.find('+', open);
-    if (plus == std::string::npos) {
-        return line;
-    }
-    const auto name = demangle(line.substr(open + 1, plus - open - 1).c_str());
-    return name ? line.substr(0, open + 1) + *name + line.substr(plus) : line;
-}
-
-} // namespace
 
 Traceback::Traceback(std::uint64_t skipFrames) : addresses{} {
     const int captured = ::backtrace(addresses.data(), static_cast<int>(addresses.size()));

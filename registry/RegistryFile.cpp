@@ -52,8 +52,18 @@ private:
     int descriptor_;
 };
 
-// A FIFO or terminal in the file's place must neither hang us nor become ours.
-constexpr int openFlags = O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
+// A FIFO or terminal in the file's place must neither hang us nor become ours. A file that another process
+// holds a lease on answers such an open with EWOULDBLOCK; only an open that waits gets it when the lease is
+// given back.
+int openWithoutHanging(const std::string& path, int flags) {
+    constexpr mode_t newFileMode = 0666;
+    const int common = flags | O_CLOEXEC | O_NOCTTY;
+    const int descriptor = ::open(path.c_str(), common | O_NONBLOCK, newFileMode);
+    if (descriptor == -1 && errno == EWOULDBLOCK) {
+        return ::open(path.c_str(), common, newFileMode);
+    }
+    return descriptor;
+}
 
 // The NUL-terminated text of a file; size 0 when there is none.
 struct FileText {
@@ -99,7 +109,7 @@ FileText readToEnd(int descriptor, std::size_t expectedSize) {
 }
 
 FileText readText(const std::string& path) {
-    const OpenFile file(::open(path.c_str(), O_RDONLY | openFlags));
+    const OpenFile file(openWithoutHanging(path, O_RDONLY));
     struct stat status {};
     if (!file.isOpen() || ::fstat(file.descriptor(), &status) != 0 || !S_ISREG(status.st_mode)) {
         return {};
@@ -191,7 +201,7 @@ void load(HandlerRegistry& registry, const std::string& path) {
 
 void save(const HandlerRegistry& registry, const std::string& path) {
     const std::string document = registryJson(registry, JsonPurpose::storage);
-    OpenFile file(::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | openFlags, 0666));
+    OpenFile file(openWithoutHanging(path, O_WRONLY | O_CREAT | O_TRUNC));
     if (!file.isOpen()) {
         logFailure("open", path);
     } else if (!writeAll(file.descriptor(), document)) {

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 using quelm::demangle;
+using quelm::readableFrame;
 using quelm::readableTypeName;
 
 TEST(Demangle, GivesTheReadableName) {
@@ -21,4 +22,23 @@ TEST(ReadableTypeName, KeepsARawNameThatCannotBeDemangled) {
 TEST(ReadableTypeName, SkipsALeadingAsterisk) {
     EXPECT_EQ(readableTypeName("*St13runtime_error"), "std::runtime_error");
     EXPECT_EQ(readableTypeName("*not-a-name"), "not-a-name");
+}
+
+TEST(ReadableFrame, ReplacesTheNameBetweenBracketAndOffset) {
+    EXPECT_EQ(readableFrame("prog(_ZN5quelm10printUsageEv+0x12) [0x55d0]"),
+              "prog(quelm::printUsage()+0x12) [0x55d0]");
+}
+
+TEST(ReadableFrame, TakesTheFirstBracketAndTheFirstPlusAfterIt) {
+    EXPECT_EQ(readableFrame("/opt/c++/prog(_ZN5quelm10printUsageEv+0x12) [0x55d0]"),
+              "/opt/c++/prog(quelm::printUsage()+0x12) [0x55d0]");
+    EXPECT_EQ(readableFrame("prog(_ZN5quelm10printUsageEv+0x12+3) (x+1)"),
+              "prog(quelm::printUsage()+0x12+3) (x+1)");
+}
+
+TEST(ReadableFrame, KeepsALineWithoutAMangledName) {
+    for (const char* line : {"prog(main+0x1c) [0x55d0]", "prog(+0x1c) [0x55d0]", "prog() [0x55d0]",
+                             "prog [0x55d0]", "c++ [0x55d0]", ""}) {
+        EXPECT_EQ(readableFrame(line), line);
+    }
 }

@@ -1,5 +1,7 @@
 #include "cli/ErrorReport.h"
 
+#include <iostream>
+#include <sstream>
 #include <stdexcept>
 
 #include <gtest/gtest.h>
@@ -43,6 +45,28 @@ TEST(ErrorReport, AnExpectedFailurePrintsItsTextOnStandardErrorOnlyAndGivesOne) 
     EXPECT_EQ(result.error, "x\n");
     EXPECT_EQ(result.output, "");
     EXPECT_EQ(result.status, 1);
+}
+
+class FlushCounter : public std::stringbuf {
+public:
+    int flushes = 0;
+
+protected:
+    int sync() override {
+        ++flushes;
+        return 0;
+    }
+};
+
+TEST(ErrorReport, AnExpectedFailureIsFlushed) {
+    FlushCounter counter;
+    std::streambuf* const before = std::cerr.rdbuf(&counter);
+    std::cerr << std::nounitbuf;
+    quelm::reportException(std::make_exception_ptr(quelm::QuelmUtilException("x")));
+    std::cerr << std::unitbuf;
+    std::cerr.rdbuf(before);
+    EXPECT_EQ(counter.str(), "x\n");
+    EXPECT_EQ(counter.flushes, 1);
 }
 
 TEST(ErrorReport, AnotherStandardExceptionIsFatalOnBothStreamsAndGivesOne) {

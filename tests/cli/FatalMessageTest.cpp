@@ -1,9 +1,12 @@
 #include "cli/FatalMessage.h"
 
+#include <array>
 #include <cerrno>
+#include <csignal>
 #include <cstdlib>
 #include <string>
 
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
@@ -109,6 +112,41 @@ TEST(FatalMessage, WithoutMemoryForTheFirstBufferAFixedTextIsPrinted) {
     EXPECT_EQ(outcome.error, "Can't allocate memory for error message\n");
     EXPECT_EQ(outcome.output, "Can't allocate memory for error message\n");
     EXPECT_EQ(outcome.exitStatus(), 4);
+}
+
+TEST(FatalMessage, TheFixedTextHasThePrefixToo) {
+    const ChildOutcome outcome = inChild([] {
+        setProgramPath("/x/tamrix");
+        memoryIsOut = true;
+        fatal_message(4, 0, "never seen");
+    });
+    EXPECT_EQ(outcome.error, "tamrix: Can't allocate memory for error message\n");
+    EXPECT_EQ(outcome.output, outcome.error);
+}
+
+TEST(FatalMessage, StandardErrorComesFirst) {
+    // Writing to a pipe that nobody reads ends the child.
+    const ChildOutcome outcome = inChild([] {
+        std::array<int, 2> pipe{};
+        ASSERT_EQ(::pipe(pipe.data()), 0);
+        ::close(pipe[0]);
+        ::dup2(pipe[1], STDOUT_FILENO);
+        std::signal(SIGPIPE, SIG_DFL);
+        fatal_message(1, 0, "no way");
+    });
+    EXPECT_EQ(outcome.error, "no way\n");
+    EXPECT_TRUE(WIFSIGNALED(outcome.waitStatus));
+}
+
+TEST(FatalMessage, ErrnoIsAsItWasAlsoWhenNothingCanBePrinted) {
+    const ChildOutcome outcome = inChild([] {
+        ::close(STDOUT_FILENO);
+        ::close(STDERR_FILENO);
+        errno = ENOENT;
+        fatal_message(0, 0, "unheard");
+        ::_exit(errno == ENOENT ? 0 : 1);
+    });
+    EXPECT_EQ(outcome.exitStatus(), 0);
 }
 
 ChildOutcome sayAs(const char* path) {

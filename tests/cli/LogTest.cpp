@@ -1,9 +1,11 @@
 #include "cli/Log.h"
 
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 
 #include <syslog.h>
+#include <unistd.h>
 
 #include <gtest/gtest.h>
 
@@ -65,6 +67,17 @@ TEST(ConsoleLog, TheTargetIsCopied) {
         log_message(LOG_ERR, "kept");
     });
     EXPECT_EQ(outcome.error, "kept\n");
+}
+
+TEST(ConsoleLog, EveryLineIsFlushed) {
+    const ChildOutcome outcome = inChild([] {
+        std::setvbuf(stderr, nullptr, _IOFBF, 4096);
+        log_init("console", LOG_INFO, LOG_USER, 0, nullptr);
+        log_message(LOG_ERR, "at once");
+        ::_exit(0); // drops what is still in the buffers
+    });
+    EXPECT_EQ(outcome.error, "at once\n");
+    EXPECT_EQ(outcome.output, "at once\n");
 }
 
 TEST(ConsoleLog, ALongMessageIsWhole) {

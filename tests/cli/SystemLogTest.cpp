@@ -138,6 +138,28 @@ TEST(TraceId, IsMadeFromProgramNameAndProcessIdAndExportedWhenUnsetOrEmpty) {
     }
 }
 
+TEST(TraceId, BeginsWithTheUpperCasedFirstLetterOfTheProgramName) {
+    const auto outcome = inChild([] {
+        ::unsetenv("QUELM_LOG_TRACE_ID");
+        static char name[] = "zeta";
+        program_invocation_short_name = name;
+        log_init(nullptr, 6, 8, 64, "x");
+        const std::string exported = std::getenv("QUELM_LOG_TRACE_ID");
+        std::exit(exported == "Z" + std::to_string(::getpid()) ? 0 : 1);
+    });
+    EXPECT_EQ(outcome.exitStatus(), 0);
+}
+
+TEST(TraceId, AnInheritedOneIsLeftInTheEnvironmentAsItIs) {
+    const auto outcome = inChild([] {
+        const std::string inherited(80, 't');
+        ::setenv("QUELM_LOG_TRACE_ID", inherited.c_str(), 1);
+        log_init(nullptr, 6, 8, 64, "x");
+        std::exit(std::getenv("QUELM_LOG_TRACE_ID") == inherited ? 0 : 1);
+    });
+    EXPECT_EQ(outcome.exitStatus(), 0);
+}
+
 TEST(TraceId, CutsTheMessageToTheBuffer) {
     const auto outcome = inChild([] {
         ::setenv("QUELM_LOG_TRACE_ID", "t", 1);

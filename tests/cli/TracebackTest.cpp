@@ -9,9 +9,15 @@
 namespace {
 bool symbolsFail = false;
 int symbolCalls = 0;
+bool captureFails = false;
 } // namespace
 
 extern "C" {
+int __real_backtrace(void** addresses, int count);
+int __wrap_backtrace(void** addresses, int count);
+int __wrap_backtrace(void** addresses, int count) {
+    return captureFails ? -1 : __real_backtrace(addresses, count);
+}
 char** __real_backtrace_symbols(void* const* addresses, int count);
 char** __wrap_backtrace_symbols(void* const* addresses, int count);
 char** __wrap_backtrace_symbols(void* const* addresses, int count) {
@@ -48,7 +54,10 @@ std::string print(const Traceback& trace) {
 
 class TracebackPrint : public testing::Test {
 protected:
-    ~TracebackPrint() override { symbolsFail = false; }
+    ~TracebackPrint() override {
+        symbolsFail = false;
+        captureFails = false;
+    }
 };
 
 TEST_F(TracebackPrint, NamesTheFramesReadablyBehindATab) {
@@ -89,6 +98,35 @@ TEST_F(TracebackPrint, WithoutSymbolLinesTheAddressesAreShown) {
     symbolsFail = true;
     const std::string text = print(traceback_test::captureHere(0));
     EXPECT_TRUE(std::regex_match(text, std::regex("Traceback addresses:\n(\t0x[0-9a-f]+\n){2,11}"))) << text;
+}
+
+TEST_F(TracebackPrint, AFailedCaptureCountsAsNoFrames) {
+    captureFails = true;
+    EXPECT_EQ(print(Traceback(0)), "Traceback addresses:\n");
+    EXPECT_EQ(print(Traceback(3)), "Traceback addresses:\n");
+}
+
+// A stream buffer that knows how much of its text was flushed.
+class FlushedText : public std::stringbuf {
+public:
+    std::string flushed;
+
+protected:
+    int sync() override {
+        flushed = str();
+        return 0;
+    }
+};
+
+TEST_F(TracebackPrint, EveryLineIsFlushed) {
+    for (const bool failing : {false, true}) {
+        symbolsFail = failing;
+        FlushedText text;
+        std::ostream stream(&text);
+        traceback_test::captureHere(0).print(stream);
+        EXPECT_EQ(text.flushed, text.str());
+        EXPECT_GT(std::count(text.flushed.begin(), text.flushed.end(), '\n'), 1);
+    }
 }
 
 TEST_F(TracebackPrint, AskForSymbolsAgainOnlyUntilTheyCame) {

@@ -64,6 +64,32 @@ TEST_F(UtilityErrorStream, EndOfFileIsReturnedUnchangedAndNotWritten) {
     EXPECT_EQ(output_.str(), "x");
 }
 
+// A stream buffer that knows how much of its text was flushed.
+class FlushedText : public std::stringbuf {
+public:
+    std::string flushed;
+
+protected:
+    int sync() override {
+        flushed = str();
+        return 0;
+    }
+};
+
+TEST_F(UtilityErrorStream, AFlushReachesBothStreams) {
+    FlushedText error;
+    FlushedText output;
+    std::cerr.rdbuf(&error);
+    std::cout.rdbuf(&output);
+    std::cerr << std::nounitbuf;
+    errorStream << "x";
+    EXPECT_EQ(error.flushed + output.flushed, "");
+    errorStream << std::flush;
+    std::cerr << std::unitbuf;
+    EXPECT_EQ(error.flushed, "x");
+    EXPECT_EQ(output.flushed, "x");
+}
+
 TEST(UtilityErrorStreamAtExit, TextThatIsNeverFlushedReachesStandardErrorOnly) {
     const auto outcome = quelm::test::inChild([] {
         errorStream << "lost";

@@ -1,8 +1,8 @@
 # tamrix_faults(TARGET): lets the tests of TARGET make system calls fail; see tests/support/Faults.h.
 
 set(faultSymbols
-  chroot close_range execv fcntl fork getdtablesize getgrgid getgrnam getpwnam getpwuid initgroups malloc opendir pclose pipe
-  poll popen read realloc setgid setuid waitpid)
+  chroot close_range execv fcntl fork getdtablesize getgrgid getgrnam getpwnam getpwuid initgroups malloc opendir pipe
+  poll read readdir realloc setgid setuid waitpid)
 
 function(tamrix_faults target)
   target_sources(${target} PRIVATE ${PROJECT_SOURCE_DIR}/tests/support/Faults.cpp)

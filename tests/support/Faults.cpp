@@ -5,6 +5,7 @@
 #include <cstdarg>
 #include <cstdio>
 #include <string>
+#include <utility>
 
 #include <dirent.h>
 #include <grp.h>
@@ -36,6 +37,10 @@ WaitAnswer waitAnswer;
 int errnoAfterLookup = 0;
 int tableSize = -1;
 int recordedStatus = -1;
+std::string addedEntry;
+std::string hiddenEntry;
+PollWatch pollWatch;
+std::vector<std::string> replacement;
 
 Fault& faultOf(Call call) {
     return faults[static_cast<std::size_t>(call)];
@@ -91,8 +96,24 @@ void answerTableSize(int size) {
     tableSize = size;
 }
 
+void addDirectoryEntry(const std::string& name) {
+    addedEntry = name;
+}
+
+void hideDirectoryEntry(const std::string& name) {
+    hiddenEntry = name;
+}
+
+void watchPoll(PollWatch watch) {
+    pollWatch = std::move(watch);
+}
+
 void recordExecv(int status) {
     recordedStatus = status;
+}
+
+void replaceExecv(const std::vector<std::string>& command) {
+    replacement = command;
 }
 
 extern "C" {
@@ -110,11 +131,10 @@ passwd* __real_getpwuid(uid_t uid);
 int __real_initgroups(const char* user, gid_t gid);
 void* __real_malloc(std::size_t size);
 DIR* __real_opendir(const char* path);
-int __real_pclose(std::FILE* stream);
 int __real_pipe(int* ends);
 int __real_poll(pollfd* descriptors, nfds_t count, int timeout);
-std::FILE* __real_popen(const char* command, const char* mode);
 ssize_t __real_read(int descriptor, void* buffer, std::size_t size);
+dirent* __real_readdir(DIR* directory);
 void* __real_realloc(void* block, std::size_t size);
 int __real_setgid(gid_t gid);
 int __real_setuid(uid_t uid);
@@ -129,6 +149,14 @@ int __wrap_close_range(unsigned first, unsigned last, int flags) {
 }
 
 int __wrap_execv(const char* path, char* const argv[]) {
+    if (!replacement.empty()) {
+        std::vector<char*> arguments;
+        for (std::string& argument : replacement) {
+            arguments.push_back(argument.data());
+        }
+        arguments.push_back(nullptr);
+        return __real_execv(arguments[0], arguments.data());
+    }
     if (recordedStatus == -1) {
         return __real_execv(path, argv);
     }
@@ -192,25 +220,39 @@ DIR* __wrap_opendir(const char* path) {
     return fails(Call::opendir) ? nullptr : __real_opendir(path);
 }
 
-int __wrap_pclose(std::FILE* stream) {
-    const int result = __real_pclose(stream);
-    return fails(Call::pclose) ? -1 : result;
-}
-
 int __wrap_pipe(int* ends) {
     return fails(Call::pipe) ? -1 : __real_pipe(ends);
 }
 
 int __wrap_poll(pollfd* descriptors, nfds_t count, int timeout) {
+    if (pollWatch) {
+        if (const std::optional<int> answer = pollWatch(descriptors, count, timeout)) {
+            return *answer;
+        }
+    }
     return fails(Call::poll) ? -1 : __real_poll(descriptors, count, timeout);
-}
-
-std::FILE* __wrap_popen(const char* command, const char* mode) {
-    return fails(Call::popen) ? nullptr : __real_popen(command, mode);
 }
 
 ssize_t __wrap_read(int descriptor, void* buffer, std::size_t size) {
     return fails(Call::read) ? -1 : __real_read(descriptor, buffer, size);
+}
+
+dirent* __wrap_readdir(DIR* directory) {
+    if (fails(Call::readdir)) {
+        return nullptr;
+    }
+    static dirent added;
+    if (!addedEntry.empty()) {
+        added = {};
+        addedEntry.copy(added.d_name, sizeof added.d_name - 1);
+        addedEntry.clear();
+        return &added;
+    }
+    dirent* entry = nullptr;
+    do {
+        entry = __real_readdir(directory);
+    } while (entry != nullptr && entry->d_name == hiddenEntry);
+    return entry;
 }
 
 void* __wrap_realloc(void* block, std::size_t size) {

@@ -2,6 +2,12 @@
 // the symbols in faultSymbols of tests/support/Faults.cmake wrapped by the linker.
 #pragma once
 
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <poll.h>
 #include <sys/types.h>
 
 namespace quelm::test {
@@ -18,11 +24,10 @@ enum class Call {
     initgroups,
     malloc,
     opendir,
-    pclose,
     pipe,
     poll,
-    popen,
     read,
+    readdir,
     realloc,
     setgid,
     setuid,
@@ -60,8 +65,22 @@ void leaveErrnoAfterLookup(int error);
 // From now on getdtablesize answers so.
 void answerTableSize(int size);
 
+// The next readdir gives an entry of this name.
+void addDirectoryEntry(const std::string& name);
+
+// From now on readdir passes over the entries of this name.
+void hideDirectoryEntry(const std::string& name);
+
+// From now on `watch` sees the arguments of every poll before it is made; a value that it returns is the
+// answer, and nothing is polled. An empty function ends it.
+using PollWatch = std::function<std::optional<int>(const pollfd* descriptors, nfds_t count, int timeout)>;
+void watchPoll(PollWatch watch);
+
 // From now on execv prints "PATH", then " [ARGUMENT]" for each argument and a newline on descriptor 1 and
 // ends the process with `status`.
 void recordExecv(int status);
+
+// From now on execv runs this program instead; the first of `command` is its path and its argument 0.
+void replaceExecv(const std::vector<std::string>& command);
 
 } // namespace quelm::test

@@ -62,13 +62,18 @@ bool placeDescriptors(const ChildDescriptors& descriptors) {
     return true;
 }
 
-pid_t startProgram(const ChildDescriptors& descriptors, const char* path, char* const argv[],
-                   const char* forkFailure) {
+pid_t forkProgram(const ChildDescriptors& descriptors, const char* path, char* const argv[]) {
     prepareFork();
     const pid_t child = ::fork();
     if (child == 0) {
         becomeProgram(descriptors, path, argv);
     }
+    return child;
+}
+
+pid_t startProgram(const ChildDescriptors& descriptors, const char* path, char* const argv[],
+                   const char* forkFailure) {
+    const pid_t child = forkProgram(descriptors, path, argv);
     if (child == -1) {
         fatal_message(1, 0, "%s", forkFailure);
     }

@@ -18,10 +18,12 @@ struct ChildDescriptors {
 bool placeDescriptors(const ChildDescriptors& descriptors);
 
 // Forks and runs `path` (no search along PATH) with `argv`, whose last element is null, and nothing open
-// but 0, 1 and 2. Returns the child's pid at once. A failed fork prints `forkFailure` through fatal_message
-// and ends the process with status 1. A child that cannot set up its descriptors or cannot run the program
-// says so on its standard error, as "fork_execv: dup() failed: REASON" or "fork_execv: execv("PATH") failed:
-// REASON", and ends with status 255.
+// but 0, 1 and 2. Returns the child's pid at once, or -1 when fork failed, with its reason in errno. A child
+// that cannot set up its descriptors or cannot run the program says so on its standard error, as "fork_execv:
+// dup() failed: REASON" or "fork_execv: execv("PATH") failed: REASON", and ends with status 255.
+pid_t forkProgram(const ChildDescriptors& descriptors, const char* path, char* const argv[]);
+
+// forkProgram; a failed fork prints `forkFailure` through fatal_message and ends the process with status 1.
 pid_t startProgram(const ChildDescriptors& descriptors, const char* path, char* const argv[],
                    const char* forkFailure);
 

@@ -1,13 +1,19 @@
 #include "lib/process/lib/PopenExec.h"
 
+#include <array>
 #include <cerrno>
 #include <csignal>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <optional>
+#include <utility>
 
-#include "lib/process/lib/ChildSetup.h"
+#include <unistd.h>
+
+#include "lib/process/lib/ForkExecWait.h"
+#include "lib/process/lib/ForkPipes.h"
 #include "lib/process/lib/OutputBuffer.h"
+#include "lib/process/lib/Pipe.h"
 #include "lib/process/lib/ReportLine.h"
 #include "lib/process/lib/ScopedSignal.h"
 #include "lib/process/lib/WaitStatus.h"
@@ -16,21 +22,73 @@ namespace quelm {
 
 namespace {
 
-std::FILE* openCommand(const char* command, const char* mode) {
-    prepareFork();
-    const ScopedSignal ordinary(SIGPIPE, SIG_DFL);
-    errno = 0; // popen does not set it when memory runs out
-    return ::popen(command, mode);
+enum class Direction { toCommand, fromCommand };
+
+struct ShellCommand {
+    pid_t child;
+    UniqueFd end; // ours
+};
+
+// Nothing, with the reason in errno, when it cannot be started. The C library's popen is not used because its
+// child keeps our signal mask.
+std::optional<ShellCommand> start(const char* command, Direction direction) {
+    errno = 0;
+    std::optional<Pipe> pipe = openPipe();
+    if (!pipe) {
+        return std::nullopt;
+    }
+    // exec takes pointers to char for the sake of old programs; it does not write through them.
+    const std::array<char*, 5> arguments{const_cast<char*>("sh"), const_cast<char*>("-c"),
+                                         const_cast<char*>("--"), const_cast<char*>(command), nullptr};
+    const ChildDescriptors descriptors =
+        direction == Direction::toCommand
+            ? ChildDescriptors{pipe->readEnd.get(), STDOUT_FILENO, STDERR_FILENO}
+            : ChildDescriptors{STDIN_FILENO, pipe->writeEnd.get(), STDERR_FILENO};
+    const pid_t child = forkProgram(descriptors, "/bin/sh", arguments.data());
+    if (child == -1) {
+        return std::nullopt;
+    }
+    return ShellCommand{child, std::move(direction == Direction::toCommand ? pipe->writeEnd : pipe->readEnd)};
 }
 
-// Unbuffered, so that the count is what the pipe has taken.
-std::size_t writeAll(std::FILE* stream, const std::string& text) {
-    std::setvbuf(stream, nullptr, _IONBF, 0);
-    return std::fwrite(text.data(), 1, text.size(), stream);
+// Closes our end first, so that a command that waits for it ends. Nothing when the wait failed.
+std::optional<int> finish(ShellCommand& command) {
+    command.end.close();
+    int status = 0;
+    if (waitUninterrupted(command.child, &status, 0) == -1) {
+        return std::nullopt;
+    }
+    return decodeWaitStatus(status).exitCode();
 }
 
-int resultOf(int status) {
-    return status == -1 ? -1 : decodeWaitStatus(status).exitCode();
+// read and write, repeated for as long as a signal interrupts them.
+ssize_t readSome(int descriptor, char* bytes, std::size_t size) {
+    ssize_t count = -1;
+    do {
+        count = ::read(descriptor, bytes, size);
+    } while (count == -1 && errno == EINTR);
+    return count;
+}
+
+ssize_t writeSome(int descriptor, const char* bytes, std::size_t size) {
+    ssize_t count = -1;
+    do {
+        count = ::write(descriptor, bytes, size);
+    } while (count == -1 && errno == EINTR);
+    return count;
+}
+
+// How much the pipe has taken.
+std::size_t writeAll(int descriptor, const std::string& text) {
+    std::size_t written = 0;
+    while (written < text.size()) {
+        const ssize_t count = writeSome(descriptor, text.data() + written, text.size() - written);
+        if (count == -1) {
+            break;
+        }
+        written += static_cast<std::size_t>(count);
+    }
+    return written;
 }
 
 class CommandOutput {
@@ -42,17 +100,15 @@ public:
     }
 
     // Reads to the end; what finds no room is read all the same, so that the command is not cut short.
-    PopenFailure collect(std::FILE* stream) {
+    PopenFailure collect(int descriptor) {
         while (length_ + 1 < capacity_ || grow()) {
-            const std::size_t room = capacity_ - length_ - 1;
-            length_ += std::fread(block_.get() + length_, 1, room, stream);
-            if (std::ferror(stream) != 0 && errno == EINTR) {
-                std::clearerr(stream);
-            } else if (length_ + 1 < capacity_) {
+            const ssize_t count = readSome(descriptor, block_.get() + length_, capacity_ - length_ - 1);
+            if (count <= 0) {
                 return PopenFailure::none;
             }
+            length_ += static_cast<std::size_t>(count);
         }
-        return drain(stream);
+        return drain(descriptor);
     }
 
     char* release() {
@@ -74,9 +130,10 @@ private:
         return true;
     }
 
-    static PopenFailure drain(std::FILE* stream) {
+    static PopenFailure drain(int descriptor) {
         PopenFailure failure = PopenFailure::none;
-        while (std::fgetc(stream) != EOF) {
+        std::array<char, firstSize> dropped;
+        while (readSome(descriptor, dropped.data(), dropped.size()) > 0) {
             failure = PopenFailure::cutOutput;
         }
         return failure;
@@ -94,19 +151,19 @@ int run(const char* command, char** output, PopenFailure& failure) {
         failure = PopenFailure::noMemory;
         return -1;
     }
-    std::FILE* stream = openCommand(command, "re");
-    if (stream == nullptr) {
+    std::optional<ShellCommand> running = start(command, Direction::fromCommand);
+    if (!running) {
         failure = PopenFailure::notStarted;
         return -1;
     }
-    failure = collected.collect(stream);
-    const int status = ::pclose(stream);
-    if (status == -1) {
+    failure = collected.collect(running->end.get());
+    const std::optional<int> result = finish(*running);
+    if (!result) {
         failure = PopenFailure::notStarted;
         return -1;
     }
     *output = collected.release();
-    return resultOf(status);
+    return *result;
 }
 
 void reportFailure(PopenFailure failure) {
@@ -133,14 +190,14 @@ void reportFailure(PopenFailure failure) {
 } // namespace
 
 int exec_with_input(const char* command, const std::string& text) {
-    std::FILE* stream = openCommand(command, "we");
-    if (stream == nullptr) {
+    std::optional<ShellCommand> running = start(command, Direction::toCommand);
+    if (!running) {
         reportLine("Failed to execute command with input: either pipe, fork or memory allocation failed.");
         return -1;
     }
     const ScopedSignal survive(SIGPIPE, SIG_IGN);
-    const std::size_t written = writeAll(stream, text);
-    const int result = resultOf(::pclose(stream));
+    const std::size_t written = writeAll(running->end.get(), text);
+    const int result = finish(*running).value_or(-1);
     if (written < text.size()) {
         reportLine("Failed to execute command with input: only %lu of %lu bytes were written.",
                    static_cast<unsigned long>(written), static_cast<unsigned long>(text.size()));

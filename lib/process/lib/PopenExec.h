@@ -1,5 +1,6 @@
-// Runs shell commands through popen: feeding one, or collecting what one prints. The command inherits the
-// utility's signal mask, but SIGPIPE and SIGCHLD at their defaults.
+// Runs shell commands as popen does: feeding one, or collecting what one prints. Unlike popen's, the command
+// starts as every child of ours, with SIGPIPE and SIGCHLD at their defaults, an empty signal mask and nothing
+// open but 0, 1 and 2.
 #pragma once
 
 #include <string>
@@ -15,7 +16,7 @@ int exec_with_input(const char* command, const std::string& text);
 
 enum class PopenFailure {
     none,
-    notStarted, // popen or the final wait failed; errno has the reason, or 0 when popen gave none
+    notStarted, // pipe, fork or the final wait failed; errno has the reason, or 0 when there is none
     noMemory,   // no memory for the output buffer: the command was not started
     cutOutput   // the buffer could not grow: the command ran to its end, the rest of its output is lost
 };

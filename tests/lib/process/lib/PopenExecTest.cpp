@@ -4,11 +4,15 @@
 #include <csignal>
 #include <iostream>
 #include <string>
+#include <vector>
+
+#include <sys/wait.h>
 
 #include <gtest/gtest.h>
 
 #include "lib/process/lib/OutputBuffer.h"
 #include "tests/support/CapturedStreams.h"
+#include "tests/support/DescriptorTable.h"
 #include "tests/support/Faults.h"
 #include "tests/support/ForkedResult.h"
 #include "tests/support/ProcessState.h"
@@ -65,12 +69,14 @@ TEST(ExecWithInput, AKilledCommandGivesMinus1) {
 }
 
 TEST(ExecWithInput, ACommandThatCannotBeStarted) {
-    const CapturedStreams captured;
-    const FailedCall failing(Call::popen, EMFILE);
-    EXPECT_EQ(exec_with_input("cat", "x"), -1);
-    EXPECT_EQ(captured.error(),
-              "Failed to execute command with input: either pipe, fork or memory allocation failed.\n");
-    EXPECT_EQ(captured.output(), "");
+    for (const Call call : {Call::pipe, Call::fork}) {
+        const CapturedStreams captured;
+        const FailedCall failing(call, EMFILE);
+        EXPECT_EQ(exec_with_input("cat", "x"), -1);
+        EXPECT_EQ(captured.error(),
+                  "Failed to execute command with input: either pipe, fork or memory allocation failed.\n");
+        EXPECT_EQ(captured.output(), "");
+    }
 }
 
 // The pipe holds 65536 bytes that nobody reads; the next write finds it broken.
@@ -131,6 +137,76 @@ TEST(PopenExec, TheCommandHasTheDefaultSigpipe) {
     EXPECT_EQ(result.exitStatus(), 42);
 }
 
+void blockSigterm() {
+    sigset_t blocked;
+    ::sigemptyset(&blocked);
+    ::sigaddset(&blocked, SIGTERM);
+    ::sigprocmask(SIG_BLOCK, &blocked, nullptr);
+}
+
+// A shell empties its own mask, so another program has to look at what it is given.
+const std::vector<std::string> showSignals{"/bin/grep", "-E", "^Sig(Blk|Ign)", "/proc/self/status"};
+constexpr const char* noSignals = "SigBlk:\t0000000000000000\nSigIgn:\t0000000000000000\n";
+
+TEST(PopenExec, TheCommandHasDefaultSignalsAndAnEmptyMask) {
+    const ChildOutcome result = runForked([] {
+        std::signal(SIGPIPE, SIG_IGN);
+        std::signal(SIGCHLD, SIG_IGN);
+        blockSigterm();
+        replaceExecv(showSignals);
+        const Collected collected = collect("echo not replaced");
+        std::cout << collected.output.get();
+        return collected.result;
+    });
+    EXPECT_EQ(result.exitStatus(), 0) << result.error;
+    EXPECT_EQ(result.output, noSignals);
+}
+
+TEST(ExecWithInput, TheCommandHasDefaultSignalsAndAnEmptyMask) {
+    const ChildOutcome result = runForked([] {
+        std::signal(SIGPIPE, SIG_IGN);
+        blockSigterm();
+        replaceExecv(showSignals);
+        return exec_with_input("echo not replaced", "");
+    });
+    EXPECT_EQ(result.exitStatus(), 0) << result.error;
+    EXPECT_EQ(result.output, noSignals);
+}
+
+TEST(PopenExec, ASignalThatWaitsForTheUtilityGoesOnWaiting) {
+    const ChildOutcome result = runForked([] {
+        blockSigterm();
+        ::raise(SIGTERM);
+        collect("true");
+        exec_with_input("cat", "");
+        sigset_t pending;
+        ::sigpending(&pending);
+        return ::sigismember(&pending, SIGTERM) == 1 ? 42 : 1;
+    });
+    EXPECT_EQ(result.exitStatus(), 42);
+}
+
+TEST(PopenExec, ACommandThatBeginsWithADashIsNoOptionOfTheShell) {
+    const CapturedStreams captured;
+    EXPECT_EQ(collect("-x/no-such-command").result, 127);
+    EXPECT_NE(captured.error().find("-x/no-such-command: not found"), std::string::npos);
+}
+
+TEST(PopenExec, TheCommandHasNothingElseOpen) {
+    const ChildOutcome result = runForked([] {
+        openMore(30);
+        const Collected collected = collect("ls /proc/self/fd");
+        std::cout << collected.output.get();
+        return exec_with_input("ls /proc/self/fd", "");
+    });
+    EXPECT_EQ(result.output, "0\n1\n2\n3\n0\n1\n2\n3\n"); // 3 is the listed directory itself
+}
+
+TEST(PopenExec, AnInterruptedReadIsRepeated) {
+    failCallOnce(Call::read, EINTR);
+    EXPECT_STREQ(collect("echo out").output.get(), "out\n");
+}
+
 TEST(PopenExec, PendingOutputIsPrintedFirst) {
     const CapturedStreams captured;
     std::cout << "before ";
@@ -172,32 +248,37 @@ TEST(PopenExecReport, AFailedCommandWithoutOutputReadsErrorNone) {
 
 TEST(PopenExecReport, ACommandThatCannotBeStartedWithoutAReason) {
     const CapturedStreams captured;
-    const FailedCall failing(Call::popen, 0);
+    const FailedCall failing(Call::pipe, 0);
     EXPECT_EQ(report("true"), -1);
     EXPECT_EQ(captured.error(), "popen_exec: failed to execute command: fork or pipe calls failed, or cannot "
                                 "allocate memory\n");
 }
 
 TEST(PopenExecReport, ACommandThatCannotBeStartedWithAReason) {
-    const CapturedStreams captured;
-    const FailedCall failing(Call::popen, EMFILE);
-    EXPECT_EQ(report("true"), -1);
-    EXPECT_EQ(captured.error(), "popen_exec: failed to execute command: Too many open files\n");
+    for (const Call call : {Call::pipe, Call::fork}) {
+        const CapturedStreams captured;
+        const FailedCall failing(call, EMFILE);
+        EXPECT_EQ(report("true"), -1);
+        EXPECT_EQ(captured.error(), "popen_exec: failed to execute command: Too many open files\n");
+    }
 }
 
 TEST(PopenExecReport, ACommandThatCannotBeWaitedFor) {
-    const CapturedStreams captured;
-    const FailedCall failing(Call::pclose, ECHILD);
-    EXPECT_EQ(report("true"), -1);
-    EXPECT_EQ(captured.error(), "popen_exec: failed to execute command: No child processes\n");
+    {
+        const CapturedStreams captured;
+        const FailedCall failing(Call::waitpid, ECHILD);
+        EXPECT_EQ(report("true"), -1);
+        EXPECT_EQ(captured.error(), "popen_exec: failed to execute command: No child processes\n");
+    }
+    EXPECT_GT(::waitpid(-1, nullptr, 0), 0);
 }
 
 TEST(PopenExecReport, NoMemoryForTheBufferStartsNothing) {
     const CapturedStreams captured;
-    countCalls(Call::popen);
+    countCalls(Call::fork);
     const FailedCall failing(Call::malloc, ENOMEM);
     EXPECT_EQ(report("true"), -1);
-    EXPECT_EQ(callsOf(Call::popen), 0);
+    EXPECT_EQ(callsOf(Call::fork), 0);
     EXPECT_EQ(captured.error(), "popen_exec: failed to allocate memory\n");
 }
 

@@ -51,7 +51,8 @@ private:
     ThrowPoint point_;
 };
 
-// Carries a tag name and the message, which is what().
+// Carries a tag name and the message. what() is the message up to its first NUL byte, which the captured
+// output of a program may hold; message() is the whole.
 template <class Policy>
 class ExTaggedIncludableBase : public virtual ExVisitable {
 public:
@@ -59,6 +60,7 @@ public:
         : tag_(std::move(tag)), message_(std::move(message)) {}
 
     const std::string& tag() const noexcept { return tag_; }
+    const std::string& message() const noexcept { return message_; }
     const char* what() const noexcept override { return message_.c_str(); }
 
 private:

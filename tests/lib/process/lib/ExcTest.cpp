@@ -25,9 +25,17 @@ TEST(Exc, CarriesTagMessageAndThrowPoint) {
     const Failure failure = makeFailure();
     EXPECT_EQ(failure.tag(), "the tag");
     EXPECT_STREQ(failure.what(), "the message");
+    EXPECT_EQ(failure.message(), "the message");
     EXPECT_STREQ(failure.function(), "void f()");
     EXPECT_STREQ(failure.file(), "some/file");
     EXPECT_EQ(failure.line(), 12);
+}
+
+TEST(Exc, TheWholeMessageIsKeptBehindANulByte) {
+    const std::string whole("Stdout is\na\0b\n", 14);
+    const Failure failure("the tag", whole, {"void f()", "some/file", 12});
+    EXPECT_EQ(failure.message(), whole);
+    EXPECT_STREQ(failure.what(), "Stdout is\na");
 }
 
 template <class Base>

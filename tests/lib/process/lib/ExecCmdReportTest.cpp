@@ -63,6 +63,18 @@ TEST_F(ExecCmdReport, AnInputOfANewlineAloneIsASection) {
     EXPECT_EQ(reported(command), first("", "1") + "Stdin is\n\n");
 }
 
+TEST_F(ExecCmdReport, OutputWithNulBytesIsReportedWhole) {
+    ExecCmd command = hook("printf 'a\\000b'; sleep 0.3; exit 3");
+    try {
+        command.run();
+        FAIL();
+    } catch (const Failure& failure) {
+        EXPECT_EQ(failure.message(), first("", "3") + std::string("Stdout is\na\0b\n", 14) +
+                                         "Last error is\nResource temporarily unavailable\n");
+        EXPECT_EQ(failure.what(), first("", "3") + "Stdout is\na");
+    }
+}
+
 TEST_F(ExecCmdReport, TheExceptionNamesItsConstantPlace) {
     const ExecCmd command("/bin/tool");
     try {

@@ -4,24 +4,24 @@
 #include <cstdio>
 
 #include "cli/FatalMessage.h"
-#include "lib/process/lib/ForkCapture.h"
+#include "lib/process/lib/CapturedRun.h"
 #include "lib/process/lib/OutputBuffer.h"
 
 namespace quelm {
 
 namespace {
 
-bool hasText(const CText& text) {
-    return text && *text != '\0';
-}
-
-void reportFailure(const char* path, const CText& output, const CText& error) {
-    if (hasText(output)) {
+// Whether there is a text is told by its length; it is printed up to its first NUL byte.
+void reportFailure(const char* path, CapturedRun& run) {
+    const bool hasError = run.error.length() != 0;
+    const CText output(run.output.release());
+    const CText error(run.error.release());
+    if (output) {
         std::fputs(output.get(), stderr);
         std::fflush(stderr);
     }
     errno = 0; // left by reading the pipes; the failure is the program's, not the system's
-    if (hasText(error)) {
+    if (hasError) {
         fatal_message(0, 0, "%s execution failed:\n%s", path, error.get());
     } else {
         fatal_message(0, 0, "%s execution failed (no output)", path);
@@ -31,15 +31,11 @@ void reportFailure(const char* path, const CText& output, const CText& error) {
 } // namespace
 
 int exec_and_report(const char* path, char* const argv[], bool quiet) {
-    char* outputBlock = nullptr;
-    char* errorBlock = nullptr;
-    const int result = fork_execv_getouterr(&outputBlock, &errorBlock, path, argv);
-    const CText output(outputBlock);
-    const CText error(errorBlock);
-    if (result != 0 && !quiet) {
-        reportFailure(path, output, error);
+    CapturedRun run = captureRun(path, argv);
+    if (run.result != 0 && !quiet) {
+        reportFailure(path, run);
     }
-    return result;
+    return run.result;
 }
 
 } // namespace quelm

@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include "cli/FatalMessage.h"
+#include "lib/process/lib/CapturedRun.h"
 #include "lib/process/lib/ForkExecWait.h"
 #include "lib/process/lib/ForkPipes.h"
 #include "lib/process/lib/OutputBuffer.h"
@@ -75,9 +76,7 @@ int collect(pid_t child, const char* path, Capture& output, Capture& error) {
 
 } // namespace
 
-int fork_execv_getouterr(char** output, char** error, const char* path, char* const argv[]) {
-    *output = nullptr;
-    *error = nullptr;
+CapturedRun captureRun(const char* path, char* const argv[]) {
     Pipe outputPipe = openCapturePipe();
     Pipe errorPipe = openCapturePipe();
     Capture fromOutput = startCapture(std::move(outputPipe.readEnd));
@@ -87,9 +86,16 @@ int fork_execv_getouterr(char** output, char** error, const char* path, char* co
     outputPipe.writeEnd.close();
     errorPipe.writeEnd.close();
     const int result = collect(child, path, fromOutput, fromError);
-    *output = fromOutput.buffer.release();
-    *error = fromError.buffer.release();
-    return result;
+    return {result, std::move(fromOutput.buffer), std::move(fromError.buffer)};
+}
+
+int fork_execv_getouterr(char** output, char** error, const char* path, char* const argv[]) {
+    *output = nullptr;
+    *error = nullptr;
+    CapturedRun run = captureRun(path, argv);
+    *output = run.output.release();
+    *error = run.error.release();
+    return run.result;
 }
 
 int fork_execv_getout(char** output, const char* path, char* const argv[]) {

@@ -60,6 +60,20 @@ TEST(ExecReport, StandardOutputAloneStillReadsNoOutput) {
     EXPECT_EQ(captured.error(), "out\n/bin/sh execution failed (no output)\n");
 }
 
+TEST(ExecReport, NoNewlineIsAddedToStandardOutput) {
+    const CapturedStreams captured;
+    EXPECT_EQ(shell("printf out; exit 3", false), 3);
+    EXPECT_EQ(captured.error(), "out/bin/sh execution failed (no output)\n");
+    EXPECT_EQ(captured.output(), "/bin/sh execution failed (no output)\n");
+}
+
+TEST(ExecReport, ATextThatStartsWithANulByteIsAnOutputAndPrintsNothing) {
+    const CapturedStreams captured;
+    EXPECT_EQ(shell("printf 'a\\000b'; printf '\\000err' >&2; exit 3", false), 3);
+    EXPECT_EQ(captured.error(), "a/bin/sh execution failed:\n");
+    EXPECT_EQ(captured.output(), "/bin/sh execution failed:\n");
+}
+
 TEST(ExecReport, AKilledProgramIsReported) {
     const CapturedStreams captured;
     EXPECT_EQ(shell("kill -KILL $$", false), -1);

@@ -84,10 +84,12 @@ TEST(SwitchUser, WithoutTheHomeFlagTheDirectoryStays) {
               good);
 }
 
+// The numbers are part of the interface.
 TEST(SwitchUser, Bit1ChangesToTheHome) {
     TAMRIX_TEST_AS_ROOT();
+    EXPECT_EQ(setuidChdirHome, 1U);
     EXPECT_EQ(runSwitched([] {
-                  p_setuid("daemon", setuidChdirHome);
+                  p_setuid("daemon", 1);
                   return runsAs(1, 1) && workingDirectory() == "/usr/sbin" ? good : 1;
               }).exitStatus(),
               good);
@@ -95,18 +97,18 @@ TEST(SwitchUser, Bit1ChangesToTheHome) {
 
 TEST(SwitchUser, Bit2PermitsUid0) {
     TAMRIX_TEST_AS_ROOT();
-    EXPECT_EQ(runSwitched([] {
-                  return p_setuid("root", setuidAllowRoot) == 0 && runsAs(0, 0) ? good : 1;
-              }).exitStatus(),
+    EXPECT_EQ(setuidAllowRoot, 2U);
+    EXPECT_EQ(runSwitched([] { return p_setuid("root", 2) == 0 && runsAs(0, 0) ? good : 1; }).exitStatus(),
               good);
 }
 
 TEST(SwitchUser, Bit4ChangesTheRootToTheHome) {
     TAMRIX_TEST_AS_ROOT();
+    EXPECT_EQ(setuidChrootHome, 4U);
     EXPECT_EQ(runSwitched([] {
                   struct stat home {};
                   ::stat("/usr/sbin", &home);
-                  p_setuid("daemon", setuidChdirHome | setuidChrootHome);
+                  p_setuid("daemon", 1 + 4);
                   return runsAs(1, 1) && isSameDirectory(home, "/") && isSameDirectory(home, ".") ? good : 1;
               }).exitStatus(),
               good);
@@ -117,7 +119,7 @@ TEST(SwitchUser, RootIsForbiddenWithoutBit2AndNoSystemErrorIsTold) {
     TAMRIX_TEST_AS_ROOT();
     const ChildOutcome result = runSwitched([] {
         leaveErrnoAfterLookup(ENOENT);
-        return p_setuid("root", setuidChdirHome);
+        return p_setuid("root", 1);
     });
     EXPECT_EQ(result.exitStatus(), 1);
     EXPECT_EQ(result.error, "Cannot run as forbidden uid: 0\n");
@@ -126,7 +128,7 @@ TEST(SwitchUser, RootIsForbiddenWithoutBit2AndNoSystemErrorIsTold) {
 
 TEST(SwitchUser, AHomeThatDoesNotExist) {
     TAMRIX_TEST_AS_ROOT();
-    const ChildOutcome result = runSwitched([] { return p_setuid("nobody", setuidChdirHome); });
+    const ChildOutcome result = runSwitched([] { return p_setuid("nobody", 1); });
     EXPECT_EQ(result.exitStatus(), 1);
     EXPECT_EQ(result.error, "Cannot chdir to 'nobody' homedir '/nonexistent'\n"
                             "System error 2: No such file or directory\n");
@@ -134,7 +136,7 @@ TEST(SwitchUser, AHomeThatDoesNotExist) {
 
 TEST(SwitchUser, AHomeThatCannotBecomeTheRoot) {
     TAMRIX_TEST_AS_ROOT();
-    const ChildOutcome result = runSwitched([] { return p_setuid("nobody", setuidChrootHome); });
+    const ChildOutcome result = runSwitched([] { return p_setuid("nobody", 4); });
     EXPECT_EQ(result.exitStatus(), 1);
     EXPECT_EQ(result.error, "Cannot chroot to 'nobody' homedir '/nonexistent'\n"
                             "System error 2: No such file or directory\n");
@@ -142,9 +144,47 @@ TEST(SwitchUser, AHomeThatCannotBecomeTheRoot) {
 
 TEST(SwitchUser, TheHomeIsEnteredBeforeTheRootIsChanged) {
     TAMRIX_TEST_AS_ROOT();
-    const ChildOutcome result =
-        runSwitched([] { return p_setuid("nobody", setuidChdirHome | setuidChrootHome); });
+    const ChildOutcome result = runSwitched([] { return p_setuid("nobody", 1 + 4); });
     EXPECT_EQ(result.error.rfind("Cannot chdir to 'nobody'", 0), 0U) << result.error;
+}
+
+// Of two steps that both must fail, the first one is told.
+TEST(SwitchUser, TheRootIsChangedBeforeUid0IsForbidden) {
+    TAMRIX_TEST_AS_ROOT();
+    const ChildOutcome result = runSwitched([] {
+        failCall(Call::chroot, EACCES);
+        return p_setuid("root", 4);
+    });
+    EXPECT_EQ(result.error, "Cannot chroot to 'root' homedir '/root'\n"
+                            "System error 13: Permission denied\n");
+}
+
+TEST(SwitchUser, Uid0IsForbiddenBeforeTheGroupsAreSet) {
+    const ChildOutcome result = runSwitched([] {
+        failCall(Call::initgroups, EPERM);
+        return p_setuid("root", 0);
+    });
+    EXPECT_EQ(result.error, "Cannot run as forbidden uid: 0\n");
+}
+
+TEST(SwitchUser, TheGroupsAreSetBeforeTheGroupId) {
+    const ChildOutcome result = runSwitched([] {
+        failCall(Call::initgroups, EPERM);
+        failCall(Call::setgid, EPERM);
+        return p_setuid("sync", 0);
+    });
+    EXPECT_EQ(result.error, "Unable to init new groups for user 'sync': Operation not permitted\n"
+                            "System error 1: Operation not permitted\n");
+}
+
+TEST(SwitchUser, TheGroupIdIsSetBeforeTheUserId) {
+    TAMRIX_TEST_AS_ROOT();
+    const ChildOutcome result = runSwitched([] {
+        failCall(Call::setgid, EPERM);
+        failCall(Call::setuid, EPERM);
+        return p_setuid("sync", 0);
+    });
+    EXPECT_EQ(result.error, "Failed to setgid: 65534\n\nSystem error 1: Operation not permitted\n");
 }
 
 TEST(SwitchUserFailure, AnUnknownUser) {
@@ -168,7 +208,7 @@ TEST(SwitchUser, TheGroupId) {
     TAMRIX_TEST_AS_ROOT();
     const ChildOutcome result = runSwitched([] {
         failCall(Call::setgid, EPERM);
-        return p_setuid("nobody", 0);
+        return p_setuid("sync", 0); // uid 4, gid 65534
     });
     EXPECT_EQ(result.exitStatus(), 1);
     EXPECT_EQ(result.error, "Failed to setgid: 65534\n\nSystem error 1: Operation not permitted\n");
@@ -178,10 +218,10 @@ TEST(SwitchUser, TheUserIdAfterTheGroupIsChanged) {
     TAMRIX_TEST_AS_ROOT();
     const ChildOutcome result = runSwitched([] {
         failCall(Call::setuid, EAGAIN);
-        return p_setuid("nobody", 0);
+        return p_setuid("sync", 0);
     });
     EXPECT_EQ(result.exitStatus(), 1);
-    EXPECT_EQ(result.error, "Failed to setuid: 65534\n\nSystem error 11: Resource temporarily unavailable\n");
+    EXPECT_EQ(result.error, "Failed to setuid: 4\n\nSystem error 11: Resource temporarily unavailable\n");
 }
 
 } // namespace

@@ -118,6 +118,67 @@ TEST(CloseFrom, DescriptorsBeyondALoweredLimitAreClosed) {
               good);
 }
 
+// What closefrom does with the only descriptor beyond the standard ones under this table size: 1 for closing
+// the range, 0 for having walked.
+int rangesClosedFor(int descriptor, int tableSize) {
+    quelm::closefrom(3);
+    (void)::dup2(STDIN_FILENO, descriptor);
+    answerTableSize(tableSize);
+    countCalls(Call::closeRange);
+    quelm::closefrom(3);
+    return isOpen(descriptor) ? -1 : callsOf(Call::closeRange);
+}
+
+TEST(CloseFrom, ANumberNotBelowTheTableSizeAbandonsTheWalk) {
+    EXPECT_EQ(statusOf([] {
+                  return rangesClosedFor(50, 51) == 0 && rangesClosedFor(50, 50) == 1 &&
+                                 rangesClosedFor(51, 50) == 1
+                             ? good
+                             : 1;
+              }),
+              good);
+}
+
+TEST(CloseFrom, ANameThatIsNoNumberAbandonsTheWalk) {
+    for (const char* name : {"x", "4x", "-4", "+4", " 4", "4 ", "0x4", "99999999999"}) {
+        EXPECT_EQ(statusOf([name] {
+                      openMore(5);
+                      addDirectoryEntry(name);
+                      countCalls(Call::closeRange);
+                      quelm::closefrom(3);
+                      return callsOf(Call::closeRange) == 1 && openDescriptors(3, 1024).empty() ? good : 1;
+                  }),
+                  good)
+            << name;
+    }
+}
+
+TEST(CloseFrom, AWalkThatDidNotMeetItsOwnDescriptorIsNotDone) {
+    EXPECT_EQ(statusOf([] {
+                  quelm::closefrom(3);
+                  openMore(5);
+                  hideDirectoryEntry("8"); // the lowest free number
+                  countCalls(Call::closeRange);
+                  quelm::closefrom(3);
+                  return callsOf(Call::closeRange) == 1 && openDescriptors(3, 1024).empty() ? good : 1;
+              }),
+              good);
+}
+
+// The walk's own descriptor, 3, comes before those of which it does not hear.
+TEST(CloseFrom, AWalkThatDidNotReachTheEndIsNotDone) {
+    EXPECT_EQ(statusOf([] {
+                  quelm::closefrom(3);
+                  openMore(5);
+                  ::close(3);
+                  countCalls(Call::closeRange);
+                  failCall(Call::readdir, EIO, 6); // ".", "..", 0, 1, 2, 3
+                  quelm::closefrom(3);
+                  return callsOf(Call::closeRange) == 1 && openDescriptors(3, 1024).empty() ? good : 1;
+              }),
+              good);
+}
+
 TEST(CloseFrom, ADirectoryThatCannotBeOpenedFallsBack) {
     EXPECT_EQ(statusOf([] {
                   openMore(20);

@@ -140,14 +140,6 @@ TEST(ForkCapture, AQuietSecondWhoseWaitFailsGivesMinus1) {
     EXPECT_NE(::waitpid(-1, nullptr, 0), -1);
 }
 
-// An interrupted poll looks at the child like a quiet second does and goes on.
-TEST(ForkCapture, AnInterruptedPollGoesOn) {
-    failCallOnce(Call::poll, EINTR);
-    const Finished done = shell("sleep 0.3; echo out");
-    EXPECT_EQ(done.result, 0);
-    EXPECT_STREQ(done.output.get(), "out\n");
-}
-
 TEST(ForkCapture, AnIgnoredSigchldDoesNotLoseTheStatus) {
     const ChildOutcome result = runForked([] {
         std::signal(SIGCHLD, SIG_IGN);
@@ -166,24 +158,6 @@ TEST(ForkCapture, DescriptorsBeyondASelectSetAreRead) {
         return done.result == 7 && std::string(done.output.get()) == "out\n" ? 42 : 2;
     });
     EXPECT_EQ(result.exitStatus(), 42) << result.error;
-}
-
-TEST(ForkCapture, ClosedStandardDescriptors) {
-    for (int closed = 1; closed < 8; ++closed) {
-        const ChildOutcome result = runForked([closed] {
-            for (int descriptor = 0; descriptor < 3; ++descriptor) {
-                if ((closed & (1 << descriptor)) != 0) {
-                    ::close(descriptor);
-                }
-            }
-            const Finished done = shell("echo out; echo err >&2; exit 7");
-            return done.result == 7 && std::string(done.output.get()) == "out\n" &&
-                           std::string(done.error.get()) == "err\n"
-                       ? 42
-                       : 1;
-        });
-        EXPECT_EQ(result.exitStatus(), 42) << closed;
-    }
 }
 
 TEST(ForkCapture, LeavesNoDescriptorAndNoChild) {
@@ -206,16 +180,6 @@ TEST(ForkCapture, AFailedPipeEndsTheProcess) {
                   "fork_execv_getouterr: pipe() failed\nSystem error 24: Too many open files\n");
         EXPECT_EQ(result.output, result.error);
     }
-}
-
-TEST(ForkCapture, APipeThatCannotBeMadeNonBlockingEndsTheProcess) {
-    const ChildOutcome result = runForked([] {
-        failCall(Call::fcntl, EPERM);
-        return shell("true").result;
-    });
-    EXPECT_EQ(result.exitStatus(), 1);
-    EXPECT_EQ(result.error,
-              "fork_execv_getouterr: fcntl(O_NONBLOCK) failed\nSystem error 1: Operation not permitted\n");
 }
 
 TEST(ForkCapture, StandardOutputAloneLeavesStandardErrorToTheUtility) {

@@ -98,6 +98,17 @@ TEST_F(OutputBufferTest, AFailedReadIsPrintedAndClosesTheEnd) {
     EXPECT_EQ(captured.output(), "");
 }
 
+TEST_F(OutputBufferTest, AnInterruptedReadCountsAsFailed) {
+    put(3);
+    const CapturedStreams captured;
+    const FailedCall failing(Call::read, EINTR);
+    readOnce();
+    EXPECT_EQ(callsOf(Call::read), 1);
+    EXPECT_EQ(errno, 0);
+    EXPECT_FALSE(pipe->readEnd.isOpen());
+    EXPECT_EQ(captured.error(), "fork_exec*: read(pipe) failed: Interrupted system call\n");
+}
+
 // fatal_message too takes its buffer from realloc; it is let through.
 TEST_F(OutputBufferTest, NoMemoryEndsTheProcess) {
     const ChildOutcome result = runForked([this] {

@@ -169,6 +169,19 @@ TEST(ForkExecFd, AnIgnoredSigchldDoesNotLoseTheStatus) {
     EXPECT_EQ(result.exitStatus(), 7);
 }
 
+TEST(ForkExecFd, TheChildHasTheDefaultSigpipe) {
+    const TempDir directory;
+    const std::string script = directory.script("piped", "echo $$ > \"$1\"; kill -PIPE $$");
+    const ChildOutcome result = runForked([&] {
+        std::signal(SIGPIPE, SIG_IGN);
+        const int status = fork_exec_fd(-1, -1, script.c_str(), directory.path("pid").c_str(), nullptr);
+        return status == -1 && std::signal(SIGPIPE, SIG_DFL) == SIG_IGN ? 42 : 1;
+    });
+    EXPECT_EQ(result.exitStatus(), 42);
+    EXPECT_EQ(result.error,
+              "The child process with pid " + firstLine(directory, "pid") + " killed by signal 13\n");
+}
+
 TEST(ForkExecFd, NoMemoryForTheListEndsTheProcess) {
     const ChildOutcome result = runForked([] {
         failCall(Call::malloc, ENOMEM);

@@ -121,10 +121,15 @@ TEST_F(ForkExecWait, SignalsAreWarningsAndFailuresErrors) {
     fork_exec_wait(-1, "tool");
     answerWaitpid(0, 0);
     fork_exec_wait(77, "tool");
+    fork_exec_wait(::getpid(), "tool");
     EXPECT_EQ(captured.error(), "fork before spawning 'tool' failed\n"
-                                "waitpid(77) for 'tool' process returned unexpected 0 code\n");
+                                "waitpid(77) for 'tool' process returned unexpected 0 code\n"
+                                "waitpid(" +
+                                    std::to_string(::getpid()) +
+                                    ") for 'tool' process failed: No child processes (10)\n");
     logToStandardError(logErrors - 1);
     fork_exec_wait(-1, "quiet");
+    fork_exec_wait(::getpid(), "quiet");
     answerWaitpid(0, 0);
     fork_exec_wait(77, "quiet");
     EXPECT_EQ(captured.error().find("quiet"), std::string::npos);

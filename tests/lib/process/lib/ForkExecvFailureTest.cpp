@@ -5,6 +5,8 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdarg>
+#include <filesystem>
+#include <functional>
 #include <new>
 #include <string>
 
@@ -20,6 +22,7 @@
 #include "lib/process/lib/SystemError.h"
 #include "tests/support/InChild.h"
 #include "tests/support/ProcessState.h"
+#include "tests/support/TempDir.h"
 
 namespace {
 
@@ -53,6 +56,8 @@ Order failWait;
 Order failNewArray;
 int waitResult = -1;
 bool userSwitchFails = false;
+std::function<void()> beforeSelect;
+std::function<void(int)> beforeKill;
 
 } // namespace
 
@@ -61,6 +66,15 @@ pid_t __real_fork();
 pid_t __wrap_fork();
 pid_t __wrap_fork() {
     return failFork.execute() ? -1 : __real_fork();
+}
+
+int __real_kill(pid_t process, int number);
+int __wrap_kill(pid_t process, int number);
+int __wrap_kill(pid_t process, int number) {
+    if (beforeKill) {
+        beforeKill(number);
+    }
+    return __real_kill(process, number);
 }
 
 int __real_fcntl(int descriptor, int command, ...);
@@ -76,6 +90,9 @@ int __wrap_fcntl(int descriptor, int command, ...) {
 int __real_select(int width, fd_set* reading, fd_set* writing, fd_set* others, timeval* timeout);
 int __wrap_select(int width, fd_set* reading, fd_set* writing, fd_set* others, timeval* timeout);
 int __wrap_select(int width, fd_set* reading, fd_set* writing, fd_set* others, timeval* timeout) {
+    if (beforeSelect) {
+        beforeSelect();
+    }
     return failSelect.execute() ? -1 : __real_select(width, reading, writing, others, timeout);
 }
 
@@ -160,20 +177,69 @@ TEST_F(ForkExecvFailure, AFailedForkIsThrownByItsType) {
     expectThrown("forkExecvPipes: fork() failed", ENOMEM, "exit 0");
 }
 
-TEST_F(ForkExecvFailure, AFailedFcntlEndsTheUtility) {
-    const auto outcome = inChild([this] {
-        failFcntl.give(1, EBADF);
-        shell("exit 0");
-    });
-    EXPECT_EQ(outcome.exitStatus(), 1);
-    EXPECT_EQ(outcome.error,
-              "forkExecvGetOutErr: fcntl(O_NONBLOCK) failed\nSystem error 9: Bad file descriptor\n");
-    EXPECT_EQ(outcome.output, outcome.error);
+// Each of the three ends has its flags read and then set.
+TEST_F(ForkExecvFailure, AFailedFcntlOnAnyEndEndsTheUtility) {
+    for (int call = 0; call < 6; ++call) {
+        const auto outcome = inChild([this, call] {
+            failFcntl.give(1, EBADF, call);
+            shell("exit 0");
+        });
+        EXPECT_EQ(outcome.exitStatus(), 1) << call;
+        EXPECT_EQ(outcome.error,
+                  "forkExecvGetOutErr: fcntl(O_NONBLOCK) failed\nSystem error 9: Bad file descriptor\n");
+        EXPECT_EQ(outcome.output, outcome.error);
+    }
 }
 
 TEST_F(ForkExecvFailure, AFailedSelectIsThrownAndEndsTheChild) {
     failSelect.give(1, EBADF);
     expectThrown("forkExecvGetOutErr: select() failed", EBADF, "exec sleep 60");
+}
+
+TEST_F(ForkExecvFailure, SigtermIsSentBeforeThePipesAreClosed) {
+    std::size_t openThen = 0;
+    int sent = 0;
+    beforeKill = [&](int number) {
+        openThen = quelm::test::openDescriptors().size();
+        sent = number;
+    };
+    failSelect.give(1, EBADF);
+    expectThrown("forkExecvGetOutErr: select() failed", EBADF, "exec sleep 60");
+    beforeKill = nullptr;
+    EXPECT_EQ(sent, SIGTERM);
+    EXPECT_EQ(openThen, before.size() + 3);
+}
+
+std::string passed;
+
+std::size_t passInput(char* /*bytes*/, std::size_t /*capacity*/, void* /*context*/) {
+    passed += "input ";
+    return 0;
+}
+
+void passOutput(const char* /*bytes*/, std::size_t /*count*/, void* /*context*/) {
+    passed += "output ";
+}
+
+void passError(const char* /*bytes*/, std::size_t /*count*/, void* /*context*/) {
+    passed += "error ";
+}
+
+// The first pass begins when the child has written on both streams and left its input unread.
+TEST_F(ForkExecvFailure, InputOutputAndErrorAreServedInThisOrder) {
+    const quelm::test::TempDir directory;
+    const std::string mark = directory.path("mark");
+    beforeSelect = [&mark] {
+        while (!std::filesystem::exists(mark)) {
+            ::usleep(1000);
+        }
+    };
+    const ArgVector arguments{"sh", "-c", "echo err >&2; echo out; : >" + mark + "; cat"};
+    EXPECT_EQ(forkExecvGetOutErr(passInput, passOutput, passError, "/bin/sh", arguments.get(), "", false, {},
+                                 nullptr),
+              0);
+    beforeSelect = nullptr;
+    EXPECT_EQ(passed, "input output error ");
 }
 
 TEST_F(ForkExecvFailure, AnInterruptedSelectIsRepeated) {

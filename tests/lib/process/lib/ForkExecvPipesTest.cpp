@@ -102,6 +102,13 @@ TEST_F(ForkExecvPipes, TheEnvironmentIsSetOnTopOfTheInheritedOne) {
     EXPECT_STREQ(::getenv("TAMRIX_TEST_B"), "inherited");
 }
 
+// The C library appends each new variable, so that a program finds them in the order of their setting.
+TEST_F(ForkExecvPipes, TheEnvironmentIsSetInTheOrderOfTheNames) {
+    EXPECT_EQ(
+        run("/usr/bin/env", ArgVector{"env"}, {{"TAMRIX_C", "1"}, {"TAMRIX_A", "2"}, {"TAMRIX_B", "3"}}), 0);
+    EXPECT_TRUE(output.ends_with("\nTAMRIX_A=2\nTAMRIX_B=3\nTAMRIX_C=1\n")) << output;
+}
+
 TEST_F(ForkExecvPipes, AVariableNameThatCannotBeSetEndsTheChildWithTheReason) {
     EXPECT_EQ(shell("echo ran", {{"A=B", "x"}}), 1);
     EXPECT_EQ(error, "forkExecvPipes: setenv() falied: Invalid argument\n");

@@ -214,12 +214,15 @@ TEST_F(ForkExecv, CallbacksShareTheContextAndKeepToTheirSizes) {
 
 TEST_F(ForkExecv, BlocksAreOf4096BytesUnlessToldOtherwise) {
     Record record;
-    EXPECT_EQ(forkExecvGetOutErr(givePiece, recordOutput, recordError, "/bin/sh",
-                                 ArgVector{"sh", "-c", "cat >/dev/null; head -c 100000 /dev/zero"}.get(), "",
-                                 true, {}, &record),
+    EXPECT_EQ(forkExecvGetOutErr(
+                  givePiece, recordOutput, recordError, "/bin/sh",
+                  ArgVector{"sh", "-c", "cat >/dev/null; head -c 100000 /dev/zero | tee /dev/stderr"}.get(),
+                  "", true, {}, &record),
               0);
     EXPECT_EQ(record.output.size(), 100000u);
     EXPECT_EQ(record.largestOutput, 4096u);
+    EXPECT_EQ(record.error.size(), 100000u);
+    EXPECT_EQ(record.largestError, 4096u);
     EXPECT_THAT(record.capacities, testing::Each(4096u));
 }
 

@@ -63,6 +63,15 @@ TEST_F(ForkExecvUser, AHomeDirectoryThatIsNotThereEndsTheChildWithTheReason) {
     EXPECT_EQ(output, error);
 }
 
+TEST_F(ForkExecvUser, TheUserIsSwitchedBeforeTheEnvironmentIsSet) {
+    TAMRIX_TEST_AS_ROOT();
+    EXPECT_EQ(forkExecvGetOutErr("", &output, &error, "/bin/true", ArgVector{"true"}.get(), "nobody", true,
+                                 {{"A=B", "x"}}),
+              1);
+    EXPECT_EQ(error, "Cannot chdir to 'nobody' homedir '/nonexistent'\n"
+                     "System error 2: No such file or directory\n");
+}
+
 TEST_F(ForkExecvUser, AnUnknownUserIsWarnedOfAndNoSwitch) {
     EXPECT_EQ(shellAs("no-such-user", Home::change, "id -u"), 0);
     EXPECT_EQ(error, "Unable to getpwnam for user no-such-user\n");

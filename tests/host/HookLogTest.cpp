@@ -3,9 +3,11 @@
 #include <cstdlib>
 #include <ctime>
 #include <filesystem>
+#include <fstream>
 
 #include <gtest/gtest.h>
 
+#include "tests/support/CapturedStreams.h"
 #include "tests/support/TempDir.h"
 
 namespace {
@@ -46,7 +48,34 @@ protected:
     std::string path_ = directory_.path("hooks.log");
 };
 
-TEST_F(HookLogFile, ARecordIsFlushedLineByLineAndVariablesStandInByteOrder) {
+// The number of write calls that this process has made, or -1.
+long writesMade() {
+    std::ifstream counters("/proc/self/io");
+    std::string name;
+    long value = 0;
+    while (counters >> name >> value) {
+        if (name == "syscw:") {
+            return value;
+        }
+    }
+    return -1;
+}
+
+TEST_F(HookLogFile, EachLineOfARecordIsWrittenAtOnce) {
+    ExecCmd command("/bin/true");
+    command.setEnv("A", "1");
+    command.setEnv("B", "2");
+    HookLog log(path_);
+    const long before = writesMade();
+    ASSERT_NE(before, -1);
+    log.append(command, {sampleSecond, 0});
+    const long after = writesMade();
+    EXPECT_EQ(after - before, 6);
+    EXPECT_EQ(readFile(path_), "[2024-03-05 14-07-09.000] Start: /bin/true\n"
+                               "A = 1\nB = 2\nstdout: \nstderr: \nExit code: -1\n");
+}
+
+TEST_F(HookLogFile, ARecordHasItsLinesAndVariablesInByteOrder) {
     ExecCmd command("/bin/sh");
     command.addArg("-c").addArg("echo out; printf err >&2; exit 3");
     command.setEnv("PHP_TYPE", "cgi");
@@ -92,6 +121,15 @@ TEST_F(HookLogFile, ALogThatCannotBeOpenedSwallowsItsRecords) {
     HookLog log(directory_.path("missing/hooks.log"));
     EXPECT_NO_THROW(log.append(command, {sampleSecond, 0}));
     EXPECT_FALSE(std::filesystem::exists(directory_.path("missing")));
+}
+
+TEST_F(HookLogFile, ALogThatCannotBeWrittenSwallowsItsRecords) {
+    ExecCmd command("/bin/true");
+    const quelm::test::CapturedStreams captured;
+    HookLog log("/dev/full");
+    EXPECT_NO_THROW(log.append(command, {sampleSecond, 0}));
+    EXPECT_NO_THROW(log.append(command, {sampleSecond, 0}));
+    EXPECT_EQ(captured.output() + captured.error(), "");
 }
 
 } // namespace

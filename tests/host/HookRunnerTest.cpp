@@ -1,5 +1,6 @@
 #include "host/HookRunner.h"
 
+#include <cerrno>
 #include <cstdlib>
 #include <filesystem>
 #include <regex>
@@ -7,6 +8,7 @@
 
 #include <gtest/gtest.h>
 
+#include "tests/support/Faults.h"
 #include "tests/support/TempDir.h"
 
 namespace {
@@ -78,6 +80,16 @@ TEST_F(HookRunner, AScriptKilledByASignalIsLoggedWithMinusOne) {
     EXPECT_NE(records().find("\nExit code: -1\n"), std::string::npos) << records();
 }
 
+TEST_F(HookRunner, AScriptForWhichThereIsNoProcessIsLoggedWithMinusOneAndTheNextRuns) {
+    addScript("1", "echo ran");
+    addScript("2", "echo ran");
+    quelm::test::failCallOnce(quelm::test::Call::fork, EAGAIN);
+    EXPECT_NO_THROW(run());
+    const std::string prefix = "[T] Start: " + scripts_.path("d/");
+    EXPECT_EQ(records(), prefix + "1 add\n" + variables + "stdout: \nstderr: \nExit code: -1\n" + prefix +
+                             "2 add\n" + variables + "stdout: ran\n\nstderr: \nExit code: 0\n");
+}
+
 TEST_F(HookRunner, AnOutputWithoutAFinalNewlineEndsInThatOfItsLine) {
     addScript("ok", "printf ok");
     run();
@@ -118,6 +130,18 @@ TEST_F(HookRunner, WithoutAScriptTheLogIsStillCreated) {
     run();
     EXPECT_TRUE(fs::exists(log_));
     EXPECT_EQ(readFile(log_), "");
+}
+
+TEST_F(HookRunner, TheLogIsOpenedOncePerCall) {
+    const std::string moved = scripts_.path("moved.log");
+    addScript("1", "mv " + log_ + " " + moved);
+    addScript("2", "");
+    run();
+    EXPECT_FALSE(fs::exists(log_));
+    fs::rename(moved, log_);
+    const std::string prefix = "[T] Start: " + scripts_.path("d/");
+    const std::string rest = " add\n" + variables + "stdout: \nstderr: \nExit code: 0\n";
+    EXPECT_EQ(records(), prefix + "1" + rest + prefix + "2" + rest);
 }
 
 TEST_F(HookRunner, WithoutADirectoryNothingIsLogged) {

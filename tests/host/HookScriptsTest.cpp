@@ -10,6 +10,7 @@
 
 #include <gtest/gtest.h>
 
+#include "tests/support/ForkedResult.h"
 #include "tests/support/TempDir.h"
 
 namespace {
@@ -79,6 +80,25 @@ TEST(HookScripts, AMissingDirectoryThrowsTheFileSystemsError) {
     EXPECT_THROW(listHookScripts(directory.path("none/")), fs::filesystem_error);
     directory.write("file", "");
     EXPECT_THROW(listHookScripts(directory.path("file")), fs::filesystem_error);
+}
+
+// Root may read everything, so another user looks.
+TEST(HookScripts, ADirectoryThatMayNotBeReadThrowsTheFileSystemsError) {
+    const TempDir directory;
+    fs::permissions(directory.path(), fs::perms::none);
+    const quelm::test::ChildOutcome outcome = quelm::test::runForked([&directory] {
+        if (::geteuid() == 0 && ::setuid(65534) != 0) {
+            return 1;
+        }
+        try {
+            listHookScripts(directory.path() + "/");
+        } catch (const fs::filesystem_error& failure) {
+            return failure.code() == std::errc::permission_denied ? 42 : 2;
+        }
+        return 3;
+    });
+    fs::permissions(directory.path(), fs::perms::owner_all);
+    EXPECT_EQ(outcome.exitStatus(), 42);
 }
 
 } // namespace

@@ -1,10 +1,17 @@
 #include "host/SiblingTools.h"
 
+#include <cerrno>
 #include <filesystem>
+#include <functional>
 
 #include <gtest/gtest.h>
 
 #include "cli/QuelmUtilException.h"
+#include "host/ServiceTools.h"
+#include "lib/process/lib/SystemError.h"
+#include "tests/support/CapturedStreams.h"
+#include "tests/support/Faults.h"
+#include "tests/support/ForkedResult.h"
 #include "tests/support/TempDir.h"
 
 namespace {
@@ -91,6 +98,44 @@ TEST_F(SiblingTools, AnEmptyServiceListStillRunsTheTool) {
 TEST_F(SiblingTools, AFailedUlimitIsAMessageAndNoException) {
     install("quotagate", "echo 'no gate' >&2; exit 9");
     EXPECT_EQ(ulimitError({"a"}), "[Error] Failed to set default ulimit: no gate\n\n");
+}
+
+TEST_F(SiblingTools, AKilledUlimitToolIsAMessageWithoutAWordOfIts) {
+    install("quotagate", "kill -KILL $$");
+    EXPECT_EQ(ulimitError({"a"}), "[Error] Failed to set default ulimit: \n");
+}
+
+TEST_F(SiblingTools, ASystemErrorLeavesTheDirtyFlagAndTheUlimitUnchanged) {
+    install("depotctl");
+    install("quotagate");
+    const quelm::test::CapturedStreams captured;
+    const quelm::test::FailedCall failing(quelm::test::Call::fork, EAGAIN);
+    const std::function<void()> calls[] = {[this] { setDepotDirtyFlag(root_.path()); },
+                                           [this] { setDefaultUlimit({"a"}, root_.path()); }};
+    for (const auto& call : calls) {
+        try {
+            call();
+            ADD_FAILURE() << "nothing was thrown";
+        } catch (const quelm::ExSystemError<11>& failure) {
+            EXPECT_EQ(failure.message(), "forkExecvPipes: fork() failed");
+            EXPECT_EQ(failure.code(), EAGAIN);
+        }
+    }
+    EXPECT_EQ(captured.output() + captured.error(), "");
+}
+
+// Its primitive throws nothing: it ends the process, and no "service not found" is told.
+TEST_F(SiblingTools, ASystemErrorLeavesTheServiceCheckUnchanged) {
+    install("quelmrc");
+    const quelm::test::ChildOutcome outcome = quelm::test::runForked([this] {
+        quelm::test::failCall(quelm::test::Call::fork, EAGAIN);
+        quelm::checkServiceExists("s", root_.path());
+        return 2;
+    });
+    EXPECT_EQ(outcome.exitStatus(), 1);
+    EXPECT_EQ(outcome.error, "fork_execv_pipes: fork() failed\n"
+                             "System error 11: Resource temporarily unavailable\n");
+    EXPECT_EQ(outcome.output, outcome.error);
 }
 
 TEST_F(SiblingTools, AMissingUlimitToolIsAMessageWithTheExecFailure) {

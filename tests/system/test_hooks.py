@@ -1,16 +1,20 @@
 """Hook scripts and their log, seen through --add."""
 
 import os
+import re
 import time
 
 import pytest
 
-from private_host import HOOK_LOG, HOOKS, ok
+from private_host import HOOK_LOG, HOOKS, TAMRIX, UNPRIVILEGED, failed, ok
 from registry_text import CGI, CLI, INI, document, record
 
 ADD = ("--add", "--path", CGI, "--phpini", INI, "--type", "cgi", "--id", "x")
 VARIABLES = (
     f"PHP_CLI = \nPHP_ID = x\nPHP_INI = {INI}\nPHP_PATH = {CGI}\nPHP_TYPE = cgi\nPHP_VERSION = 8.1.2\n")
+DIRTY = "/opt/ovt/admin/sbin/depotctl --set-dirty-flag"
+# The leak checker of a sanitized build cannot work beside strace.
+NO_LEAK_CHECK = {"ASAN_OPTIONS": "detect_leaks=0"}
 
 
 @pytest.fixture
@@ -144,6 +148,30 @@ def test_a_script_killed_by_a_signal_is_logged_as_minus_one_and_the_next_runs(ph
     assert php_host.hook_log == log_record("1", "before\n", code=-1) + log_record("2")
 
 
+def test_a_script_for_which_there_is_no_process_is_logged_as_minus_one_and_the_next_runs(php_host):
+    php_host.hook("1")
+    php_host.hook("2")
+    # The first process is the interpreter's.
+    inject = ["-e", "inject=clone,clone3,fork,vfork:error=EAGAIN:when=2"]
+    result = php_host.run("/usr/bin/strace", "-qq", "-o", "/dev/null", *inject, TAMRIX, *ADD, env=NO_LEAK_CHECK)
+    assert result == ok("x\n")
+    assert php_host.hook_log == log_record("1", code=-1) + log_record("2")
+    assert php_host.calls == [f"{CGI} -n -v", f"{HOOKS}/2 add", DIRTY]
+
+
+def test_each_line_of_a_record_is_written_at_once(php_host):
+    php_host.hook("10-hook", "echo out; printf err >&2")
+    trace = ["-y", "-s", "300", "-e", "trace=write,writev"]
+    result = php_host.run("/usr/bin/strace", "-qq", "-o", "/opt/ovt/trace", *trace, TAMRIX, *ADD, env=NO_LEAK_CHECK)
+    assert result == ok("x\n")
+    to_log = [line for line in php_host.read("/opt/ovt/trace").splitlines() if f"<{HOOK_LOG}>" in line]
+    written = [re.search(r'"(.*)", (\d+)\) = \2$', line)[1] for line in to_log]
+    assert written[0].endswith(f"] Start: {HOOKS}/10-hook add\\n")
+    assert written[1:] == [
+        "PHP_CLI = \\n", "PHP_ID = x\\n", f"PHP_INI = {INI}\\n", f"PHP_PATH = {CGI}\\n", "PHP_TYPE = cgi\\n",
+        "PHP_VERSION = 8.1.2\\n", "stdout: out\\n\\n", "stderr: err\\n", "Exit code: 0\\n"]
+
+
 def test_a_script_that_cannot_be_executed_shows_the_failure_in_both_streams(php_host):
     php_host.write(f"{HOOKS}/10-hook", "#!/no/such/shell\n", 0o755)
     assert php_host.tamrix(*ADD) == ok("x\n")
@@ -206,6 +234,36 @@ def test_a_log_that_cannot_be_opened_does_not_stop_the_scripts(php_host, spoil):
         assert php_host.shell(script, *ADD) == ok("x\n")
         assert php_host.hook_log is None
     assert hooks_run(php_host) == [f"{HOOKS}/10-hook add"]
+
+
+def test_a_log_that_cannot_be_written_is_passed_over_in_silence(php_host):
+    php_host.hook("1")
+    php_host.hook("2")
+    os.symlink("/dev/full", php_host.path(HOOK_LOG))
+    assert php_host.tamrix(*ADD) == ok("x\n")
+    assert php_host.calls == [f"{CGI} -n -v", f"{HOOKS}/1 add", f"{HOOKS}/2 add", DIRTY]
+
+
+def test_a_log_that_a_script_moves_away_gets_the_other_records_too(php_host):
+    php_host.hook("1", f"mv {HOOK_LOG} /var/log/quelm/moved")
+    php_host.hook("2")
+    php_host.tamrix(*ADD)
+    assert php_host.hook_log is None
+    os.rename(php_host.path("/var/log/quelm/moved"), php_host.path(HOOK_LOG))
+    assert php_host.hook_log == log_record("1") + log_record("2")
+
+
+def test_a_folder_of_scripts_that_may_not_be_read_ends_the_command_after_the_save(php_host):
+    php_host.hook("10-hook")
+    php_host.path(HOOKS).chmod(0)
+    fatal = (
+        "Fatal error: std::filesystem::__cxx11::filesystem_error(filesystem error: directory iterator cannot "
+        f"open directory: Permission denied [{HOOKS}/])\n")
+    assert php_host.shell(UNPRIVILEGED, *ADD) == failed(fatal, "x\n" + fatal)
+    php_host.path(HOOKS).chmod(0o755)
+    assert php_host.registry == document(record("x"))
+    assert php_host.calls == [f"{CGI} -n -v"]
+    assert php_host.hook_log is None
 
 
 def test_a_script_sees_the_saved_registry(php_host):

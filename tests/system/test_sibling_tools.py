@@ -1,5 +1,7 @@
 """The sibling tools, seen through --add and --update."""
 
+import re
+
 import pytest
 
 from private_host import failed, ok
@@ -50,6 +52,12 @@ def test_a_failing_ulimit_is_only_told(php_host, err):
     assert php_host.registry == document(record("x", type="fpm", service="php-fpm", poold="/p"))
 
 
+def test_an_ulimit_tool_killed_by_a_signal_is_only_told(php_host):
+    php_host.recorder(f"{SBIN}/quotagate", "kill -9 $$")
+    assert php_host.tamrix(*FPM, "php-fpm") == ok("x\n", "[Error] Failed to set default ulimit: \n")
+    assert php_host.calls[-1] == f"{SBIN}/depotctl --set-dirty-flag"
+
+
 def test_a_missing_ulimit_tool_is_only_told(php_host):
     php_host.remove(f"{SBIN}/quotagate")
     assert php_host.tamrix(*FPM, "php-fpm") == ok("x\n", f"[Error] Failed to set default ulimit: {NO_PROGRAM}\n")
@@ -71,6 +79,16 @@ def test_a_service_that_is_not_found(php_host, name, hint, spoil):
         php_host.tool("quelmrc", int(spoil.split()[1]), "not shown\n", "not shown\n")
     assert php_host.tamrix(*FPM, name) == failed(f"{name}: service not found.{hint}\n")
     assert php_host.registry is None
+
+
+def test_a_service_tool_killed_by_a_signal_is_reported_to_the_system_log(php_host):
+    php_host.open_log()
+    php_host.recorder(f"{SBIN}/quelmrc", "kill -9 $$")
+    assert php_host.tamrix(*FPM, "s") == failed("s: service not found.\n")
+    (message,) = php_host.log_messages()
+    assert re.fullmatch(
+        r"<12>.{15} tamrix\[\d+\]: waitpid\((\d+)\)=\1: process '/opt/ovt/admin/sbin/quelmrc' killed by signal 9",
+        message)
 
 
 @pytest.mark.parametrize("name", ["php-fpm", "php-fpm.service", "with blank", ""])

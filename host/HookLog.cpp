@@ -1,8 +1,15 @@
 #include "host/HookLog.h"
 
 #include <array>
+#include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <ctime>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include "cli/ScopedSignal.h"
 
 namespace quelm {
 
@@ -16,16 +23,45 @@ std::string formatLogTime(const timeval& time) {
     return std::string(seconds.data(), length) + milliseconds.data();
 }
 
-HookLog::HookLog(const std::string& path) : stream_(path, std::ios::out | std::ios::app) {}
+// O_NONBLOCK keeps a FIFO without a reader from holding up the command; once open, the log is written like
+// any file. Only a file with a lease on it answers EWOULDBLOCK: its holder is waited for.
+HookLog::HookLog(const std::string& path) {
+    constexpr int flags = O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC | O_NOCTTY;
+    constexpr mode_t newFileMode = 0666;
+    file_ = UniqueFd(::open(path.c_str(), flags | O_NONBLOCK, newFileMode));
+    if (!file_.isOpen() && errno == EWOULDBLOCK) {
+        file_ = UniqueFd(::open(path.c_str(), flags, newFileMode));
+    }
+    if (file_.isOpen()) {
+        ::fcntl(file_.get(), F_SETFL, O_APPEND);
+    }
+}
 
 void HookLog::append(const ExecCmd& command, const timeval& finished) {
-    stream_ << formatLogTime(finished) << "] Start: " << command.commandText() << std::endl;
+    // Neither a size limit nor a reader that went away may end the command.
+    const ScopedSignal tooLarge(SIGXFSZ, SIG_IGN);
+    const ScopedSignal unread(SIGPIPE, SIG_IGN);
+    writeLine(formatLogTime(finished) + "] Start: " + command.commandText());
     for (const auto& [name, value] : command.environment()) {
-        stream_ << name << " = " << value << std::endl;
+        writeLine(name + " = " + value);
     }
-    stream_ << "stdout: " << command.standardOutput() << std::endl;
-    stream_ << "stderr: " << command.standardError() << std::endl;
-    stream_ << "Exit code: " << command.exitCode() << std::endl;
+    writeLine("stdout: " + command.standardOutput());
+    writeLine("stderr: " + command.standardError());
+    writeLine("Exit code: " + std::to_string(command.exitCode()));
+}
+
+// After a failed write the rest of the log is lost, as it would be with a stream.
+void HookLog::writeLine(std::string line) {
+    line += '\n';
+    std::string_view rest = line;
+    while (file_.isOpen() && !rest.empty()) {
+        const ssize_t count = ::write(file_.get(), rest.data(), rest.size());
+        if (count >= 0) {
+            rest.remove_prefix(static_cast<std::size_t>(count));
+        } else if (errno != EINTR) {
+            file_.close();
+        }
+    }
 }
 
 } // namespace quelm

@@ -1,12 +1,13 @@
 // The append-only log of hook script runs. docs/hooks.md shows the record.
 #pragma once
 
-#include <fstream>
 #include <string>
+#include <string_view>
 
 #include <sys/time.h>
 
 #include "lib/process/lib/ExecCmd.h"
+#include "lib/process/lib/UniqueFd.h"
 
 namespace quelm {
 
@@ -15,15 +16,18 @@ std::string formatLogTime(const timeval& time);
 
 class HookLog {
 public:
-    // Opens `path` for appending and creates it if absent. A log that cannot be opened swallows its records.
+    // Opens `path` for appending and creates it if absent. A log that cannot be opened, or that is a FIFO
+    // which nobody reads, swallows its records; so does one that cannot be written.
     explicit HookLog(const std::string& path);
 
-    // Appends the record of a finished run, each line flushed. `finished` is the time stamp, although the
-    // record calls it the start: readers of the log sort by it.
+    // Appends the record of a finished run, each line in a write of its own. `finished` is the time stamp,
+    // although the record calls it the start: readers of the log sort by it.
     void append(const ExecCmd& command, const timeval& finished);
 
 private:
-    std::ofstream stream_;
+    void writeLine(std::string line);
+
+    UniqueFd file_;
 };
 
 } // namespace quelm

@@ -1,6 +1,7 @@
 #include "registry/RegistryFile.h"
 
 #include <cerrno>
+#include <csignal>
 #include <cstddef>
 #include <cstring>
 #include <iostream>
@@ -16,6 +17,7 @@
 
 #include "cli/Log.h"
 #include "cli/QuelmUtilException.h"
+#include "cli/ScopedSignal.h"
 #include "registry/DisplayName.h"
 #include "registry/JsonError.h"
 #include "registry/RegistryDocument.h"
@@ -201,6 +203,8 @@ void load(HandlerRegistry& registry, const std::string& path) {
 
 void save(const HandlerRegistry& registry, const std::string& path) {
     const std::string document = registryJson(registry, JsonPurpose::storage);
+    // A file size limit must show as a failed write, not end the program with half a file.
+    const ScopedSignal ignored(SIGXFSZ, SIG_IGN);
     OpenFile file(openWithoutHanging(path, O_WRONLY | O_CREAT | O_TRUNC));
     if (!file.isOpen()) {
         logFailure("open", path);

@@ -5,9 +5,15 @@
 #include <filesystem>
 #include <fstream>
 
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <gtest/gtest.h>
 
 #include "tests/support/CapturedStreams.h"
+#include "tests/support/InChild.h"
 #include "tests/support/TempDir.h"
 
 namespace {
@@ -130,6 +136,53 @@ TEST_F(HookLogFile, ALogThatCannotBeWrittenSwallowsItsRecords) {
     EXPECT_NO_THROW(log.append(command, {sampleSecond, 0}));
     EXPECT_NO_THROW(log.append(command, {sampleSecond, 0}));
     EXPECT_EQ(captured.output() + captured.error(), "");
+}
+
+TEST_F(HookLogFile, AFifoThatNobodyReadsSwallowsItsRecords) {
+    ASSERT_EQ(::mkfifo(path_.c_str(), 0600), 0);
+    ExecCmd command("/bin/true");
+    command.runNoThrow();
+    HookLog log(path_);
+    log.append(command, {sampleSecond, 0});
+}
+
+TEST_F(HookLogFile, AFifoThatIsReadGetsItsRecords) {
+    ASSERT_EQ(::mkfifo(path_.c_str(), 0600), 0);
+    const quelm::UniqueFd reader(::open(path_.c_str(), O_RDONLY | O_NONBLOCK));
+    ExecCmd command("/bin/true");
+    command.runNoThrow();
+    HookLog(path_).append(command, {sampleSecond, 0});
+    std::string text(200, '\0');
+    const ssize_t count = ::read(reader.get(), text.data(), text.size());
+    ASSERT_GT(count, 0);
+    text.resize(static_cast<std::size_t>(count));
+    EXPECT_EQ(text, "[2024-03-05 14-07-09.000] Start: /bin/true\nstdout: \nstderr: \nExit code: 0\n");
+}
+
+TEST_F(HookLogFile, AReaderThatWentAwayDoesNotEndTheProgram) {
+    ASSERT_EQ(::mkfifo(path_.c_str(), 0600), 0);
+    quelm::UniqueFd reader(::open(path_.c_str(), O_RDONLY | O_NONBLOCK));
+    ExecCmd command("/bin/true");
+    command.runNoThrow();
+    HookLog log(path_);
+    reader.close();
+    log.append(command, {sampleSecond, 0});
+    log.append(command, {sampleSecond, 0});
+}
+
+TEST_F(HookLogFile, AFileSizeLimitCutsTheLogAndNothingElse) {
+    const auto outcome = quelm::test::inChild([this] {
+        const rlimit limit{50, 50};
+        ::setrlimit(RLIMIT_FSIZE, &limit);
+        ExecCmd command("/bin/true");
+        command.runNoThrow();
+        HookLog log(path_);
+        log.append(command, {sampleSecond, 0});
+        log.append(command, {sampleSecond, 0});
+        ::_exit(7);
+    });
+    EXPECT_EQ(outcome.exitStatus(), 7);
+    EXPECT_EQ(readFile(path_).size(), 50u);
 }
 
 } // namespace

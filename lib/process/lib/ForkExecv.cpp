@@ -14,9 +14,9 @@
 #include <sys/wait.h>
 
 #include "cli/FatalMessage.h"
+#include "cli/ScopedSignal.h"
 #include "lib/process/lib/DescriptorSet.h"
 #include "lib/process/lib/Pipe.h"
-#include "lib/process/lib/ScopedSignal.h"
 #include "lib/process/lib/SystemError.h"
 #include "lib/process/lib/WaitStatus.h"
 

@@ -10,12 +10,12 @@
 
 #include <unistd.h>
 
+#include "cli/ScopedSignal.h"
 #include "lib/process/lib/ForkExecWait.h"
 #include "lib/process/lib/ForkPipes.h"
 #include "lib/process/lib/OutputBuffer.h"
 #include "lib/process/lib/Pipe.h"
 #include "lib/process/lib/ReportLine.h"
-#include "lib/process/lib/ScopedSignal.h"
 #include "lib/process/lib/WaitStatus.h"
 
 namespace quelm {

@@ -24,6 +24,10 @@ std::string format(const char* text, va_list arguments) {
 
 } // namespace
 
+namespace {
+const char* openIdent = nullptr;
+} // namespace
+
 // Every call of the system log becomes a line on standard output.
 extern "C" {
 void __wrap_openlog(const char* ident, int options, int facility);
@@ -33,6 +37,7 @@ void __wrap_syslog(int priority, const char* text, ...);
 void __wrap_vsyslog(int priority, const char* text, va_list arguments);
 
 void __wrap_openlog(const char* ident, int options, int facility) {
+    openIdent = ident; // as the C library does
     std::printf("openlog %s %d %d\n", ident, options, facility);
 }
 void __wrap_closelog() {
@@ -82,6 +87,16 @@ TEST(SystemLog, ANullIdentityIsTheShortProgramName) {
 TEST(SystemLog, TheIdentityIsCutTo63Characters) {
     const auto outcome = inChild([] { log_init(nullptr, 0, 8, 1, std::string(80, 'i').c_str()); });
     EXPECT_EQ(outcome.output, "closelog\nopenlog " + std::string(63, 'i') + " 1 8\nsetlogmask 0x1\n");
+}
+
+TEST(SystemLog, TheIdentityIsCopied) {
+    const auto outcome = inChild([] {
+        std::string ident = "tamrix";
+        log_init(nullptr, 0, 8, 1, ident.c_str());
+        ident.assign("XXXXXX");
+        std::printf("%s\n", openIdent);
+    });
+    EXPECT_EQ(outcome.output, "closelog\nopenlog tamrix 1 8\nsetlogmask 0x1\ntamrix\n");
 }
 
 TEST(SystemLog, IsWhereMessagesGoBeforeAnythingIsOpened) {

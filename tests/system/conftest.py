@@ -6,6 +6,7 @@
 import ctypes
 import os
 import pathlib
+import random
 import re
 import shutil
 import sys
@@ -39,6 +40,15 @@ def reap_orphans():
             pass
     except ChildProcessError:
         pass
+
+
+def pytest_configure(config):
+    if config.getoption("--seed") is None:
+        config.option.seed = str(random.randrange(10**9))
+
+
+def pytest_terminal_summary(terminalreporter, config):
+    terminalreporter.write_line(f"random sequences: repeat with --seed {config.getoption('--seed')}")
 
 
 def pytest_collection_modifyitems(config, items):

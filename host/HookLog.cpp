@@ -43,7 +43,7 @@ void HookLog::append(const ExecCmd& command, const timeval& finished) {
     const ScopedSignal unread(SIGPIPE, SIG_IGN);
     writeLine(formatLogTime(finished) + "] Start: " + command.commandText());
     for (const auto& [name, value] : command.environment()) {
-        writeLine(name + " = " + value);
+        writeLine(std::string(name).append(" = ").append(value));
     }
     writeLine("stdout: " + command.standardOutput());
     writeLine("stderr: " + command.standardError());

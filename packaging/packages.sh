@@ -10,6 +10,7 @@ php_packages=(php8.2-cgi php8.2-cli php8.2-fpm)
 test_packages=(strace valgrind libgtest-dev libgmock-dev python3 python3-pytest clang-format shellcheck)
 full_packages=(clang-tidy gcovr)
 bench_packages=(rapidjson-dev jq)
+fuzz_packages=(clang)
 
 as_root() {
     if [[ $(id -u) -eq 0 ]]; then

@@ -1,0 +1,174 @@
+// Any text as the registry file: what a refusal tells is true of the text, what is accepted survives being
+// written and read again.
+#include <cerrno>
+#include <cstddef>
+#include <set>
+#include <sstream>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "cli/QuelmUtilException.h"
+#include "fuzz/MemoryFile.h"
+#include "fuzz/RegistryReport.h"
+#include "fuzz/Require.h"
+#include "fuzz/Target.h"
+#include "registry/DisplayName.h"
+#include "registry/RegistryFile.h"
+#include "registry/RegistryWriter.h"
+#include "tests/registry/TestRegistry.h"
+
+namespace quelm::fuzz {
+
+namespace {
+
+struct Reading {
+    std::vector<PhpHandler> records;
+    std::string failure;
+    std::string warnings;
+
+    bool operator==(const Reading&) const = default;
+};
+
+// Other exceptions than the promised one end the run.
+Reading read(std::string_view text) {
+    static MemoryFile file;
+    file.fill(text);
+    HandlerRegistry registry = test::registryOf({test::handlerWithId("stale")});
+    Reading reading;
+    const test::CaughtErrors errors;
+    errno = ENOENT; // left by an earlier step; no report may tell of it
+    try {
+        load(registry, file.path());
+    } catch (const QuelmUtilException& failure) {
+        const std::string prefix = "Error reading " + file.path() + ": ";
+        reading.failure = failure.what();
+        require(reading.failure.starts_with(prefix), "a failure names the file");
+        reading.failure.erase(0, prefix.size());
+        require(registry.empty(), "a failure empties the registry");
+    }
+    reading.records.assign(registry.begin(), registry.end());
+    reading.warnings = errors.text();
+    return reading;
+}
+
+void checkRefusal(std::string_view text, const Reading& reading) {
+    const RegistryReport report = parseReport(reading.failure);
+    require(reading.warnings.empty(), "no warning before the whole text is accepted");
+    require(report.offset <= text.size(), "the reader stops within the text");
+    require(fits(report, text), "the message fits the byte at which the reader stopped: " + reading.failure);
+    if (report.offset == 0) {
+        return;
+    }
+    const Reading shorter = read(text.substr(0, report.offset));
+    require(isReport(shorter.failure) && parseReport(shorter.failure).offset == report.offset,
+            "what stands before the stop had been accepted");
+}
+
+void checkType(const Reading& reading) {
+    const std::string prefix = "Unknown php handler type : ";
+    require(reading.failure.starts_with(prefix), "the failure is a known one: " + reading.failure);
+    const std::string type = reading.failure.substr(prefix.size());
+    require(type != "fpm" && !isClassicTypeName(type), "a known type is not refused");
+}
+
+std::string stored(const Reading& reading, bool forStorage) {
+    HandlerRegistry registry;
+    for (const PhpHandler& handler : reading.records) {
+        registry.append(handler);
+    }
+    std::ostringstream stream;
+    writeRegistryJson(registry, stream, forStorage);
+    return stream.str();
+}
+
+// The values that are written, in that order.
+std::vector<std::string> storedValues(const PhpHandler& handler) {
+    std::vector<std::string> values{handler.id,     handler.path,    handler.clipath,
+                                    handler.phpini, handler.version, escapedDisplayName(handler)};
+    if (handler.type == PhpHandlerType::fpm) {
+        values.insert(values.end(), {handler.service, handler.poold});
+    }
+    return values;
+}
+
+// What refuses the first value that does not survive storing; empty when all do.
+std::string_view expectedRefusal(const Reading& reading) {
+    for (const PhpHandler& handler : reading.records) {
+        for (const std::string& value : storedValues(handler)) {
+            if (const std::string_view message = refusalOfStored(value); !message.empty()) {
+                return message;
+            }
+        }
+    }
+    return {};
+}
+
+Reading withoutUnwritten(Reading reading) {
+    for (PhpHandler& handler : reading.records) {
+        if (handler.type != PhpHandlerType::fpm) {
+            handler.service.clear();
+            handler.poold.clear();
+        }
+    }
+    reading.warnings.clear();
+    return reading;
+}
+
+void checkIds(const Reading& reading) {
+    std::set<std::string> ids;
+    for (const PhpHandler& handler : reading.records) {
+        require(ids.insert(handler.id).second, "no two records have the same id: " + handler.id);
+    }
+}
+
+void checkAccepted(const std::string& text, const Reading& reading) {
+    require(reading.warnings.empty() ||
+                reading.warnings.starts_with("[Warning] conflicting handler with id `"),
+            "the only warning is that of a conflict");
+    checkIds(reading);
+    if (!text.empty()) {
+        require(read(text + "}]\"\\ {") == reading, "what follows the document does not count");
+    }
+    const std::string document = stored(reading, true);
+    const Reading again = read(document);
+    const std::string_view refusal = expectedRefusal(reading);
+    if (refusal.empty()) {
+        require(again == withoutUnwritten(reading), "written and read again, the records are the same");
+        require(stored(again, true) == document, "written again, the document is the same");
+    } else {
+        require(isReport(again.failure) && parseReport(again.failure).message == refusal,
+                "a value that does not survive is refused: " + again.failure);
+    }
+    const std::string listing = stored(reading, false);
+    require(listing.starts_with("{\"php\":[\n") && listing.ends_with("\n]}\n"), "a listing is a document");
+}
+
+void check(const std::string& text) {
+    const Reading reading = read(text);
+    if (isReport(reading.failure)) {
+        checkRefusal(text, reading);
+    } else if (!reading.failure.empty()) {
+        checkType(reading);
+    } else {
+        checkAccepted(text, reading);
+    }
+}
+
+} // namespace
+
+} // namespace quelm::fuzz
+
+int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    using namespace quelm::fuzz;
+    const std::string whole = textOf(data, size);
+    const std::string text = whole.substr(0, whole.find('\0'));
+    check(text);
+    if (text.size() < whole.size()) {
+        const Reading reading = read(whole);
+        require(text.empty() ? parseReport(reading.failure).message == "JSON object is expected."
+                             : reading == read(text),
+                "a NUL byte ends the text");
+    }
+    return 0;
+}

@@ -121,6 +121,19 @@ TEST_F(Options, OptionErrorsPrintTheLibrarysTextAndTheDescription) {
         "the argument for option '--no-set-dirty-flag' should follow immediately after the equal sign");
 }
 
+TEST_F(Options, AnEqualsSignWithNothingBehindItIsBlamedOnTheOptionWhoseValueIsDue) {
+    const std::string text = "should follow immediately after the equal sign";
+    expectError({"--id", "--path="}, "the argument for option '--id' " + text);
+    expectError({"--bogus="}, "the argument for option '--bogus' " + text);
+    expectError({"--//-id="}, "the argument for option '--id' " + text);
+    expectError({"--="}, "the argument for option " + text);
+}
+
+TEST_F(Options, AValueWithoutANameIsAStrayWord) {
+    EXPECT_EQ(run({"--=x", "--phpini", "i"}), 0);
+    EXPECT_EQ(error_, "");
+}
+
 TEST_F(Options, AWordThatHoldsALibraryPlaceholderIsRefusedAsItStands) {
     for (const std::string word : {"--%canonical_option%", "-%canonical_option%", "-x%canonical_option%",
                                    "--%original_token%", "--%prefix%", "--%option%", "--%value%", "--100%",

@@ -1,0 +1,93 @@
+"""The examples that are installed with the package do what their first lines say."""
+
+import json
+import re
+import shutil
+import time
+
+import pytest
+
+import debian_php
+from manual import ROOT
+from private_host import HOOKS, PACKAGES, REGISTRY, SCRIPT, ok
+from registry_text import document, record
+
+EXAMPLES = ROOT / "docs/examples"
+FPM = {"type": "fpm", "service": "my-fpm", "poold": "/opt/ovt/pool"}
+
+
+def install(host, example, folder, mode=0o755):
+    return host.write(f"{folder}/{example.name}", example.read_bytes(), mode)
+
+
+@debian_php.needed
+def test_the_package_files_register_debians_php(host):
+    shutil.copy(SCRIPT.with_name("siblings") / "quelmrc", host.path("/opt/ovt/admin/sbin"))
+    for example in (EXAMPLES / "php_versions.d").iterdir():
+        install(host, example, PACKAGES, 0o644)
+    assert host.tamrix("--reread") == ok()
+    listed = {handler["id"]: handler for handler in json.loads(host.tamrix("--list-json").out)["php"]}
+    assert {id: handler["type"] for id, handler in listed.items()} == {
+        "php82-cgi": "cgi", "php82-fastcgi": "fastcgi", "php82-fpm": "fpm", "php82-fpm-dedicated": "fpm"}
+    for handler in listed.values():
+        assert re.fullmatch(r"8\.2\.N by Debian \(\w+\)", debian_php.any_version(handler["displayname"]))
+        assert handler["system"]
+
+
+def test_a_dated_copy_of_the_registry_is_kept_after_each_change(host):
+    install(host, EXAMPLES / "php_configurator.d/10-keep-registry", HOOKS)
+    host.registry = document(record("a"), record("b"))
+    copies = "/var/backups/tamrix/php_versions.json.*"
+    day = time.strftime("%Y-%m-%d")
+    # One run: only /etc/ovt, /opt/ovt and the log folder of the host outlive it.
+    result = host.shell(
+        f'"$@" --update --id a --displayname new && cp {REGISTRY} /opt/ovt/first && "$@" --remove --id b\n'
+        f'set -- {copies}; echo $#; cmp "$1" /opt/ovt/first; cmp "$2" {REGISTRY}; echo "$@"')
+    count, names, *rest = result.out.splitlines()
+    assert (result.status, result.err, count, rest) == (0, "", "2", [])
+    # The day may have changed meanwhile.
+    assert day <= time.strftime("%Y-%m-%d")
+    assert re.fullmatch(r"(\S+\.\d{4}-\d\d-\d\dT\d\d-\d\d-\d\d\.\d{9} ?){2}", names)
+    assert host.hook_log.count("Exit code: 0\n") == 2
+
+
+@pytest.mark.parametrize("words, reloads", [
+    (["--update", "--id", "f", "--displayname", "x"], ["reload my-fpm"]),
+    (["--update", "--id", "c", "--displayname", "x"], []),
+    (["--remove", "--id", "c"], []),
+    (["--remove", "--id", "last"], []),
+    (["--update", "--id", "no service", "--displayname", "x"], []),
+], ids=["changed-fpm", "changed-cgi", "removed-before-fpm", "removed-last-fpm", "fpm-without-service"])
+def test_the_service_of_the_changed_handler_is_reloaded(host, words, reloads):
+    install(host, EXAMPLES / "php_configurator.d/20-reload-service", HOOKS)
+    host.registry = document(record("c"), record("f", **FPM), record("no service", type="fpm"), record("last", **FPM))
+    host.recorder("/opt/ovt/bin/systemctl")
+    assert host.tamrix(*words, env={"PATH": "/opt/ovt/bin:/usr/bin:/bin"}) == ok()
+    assert [call for call in host.calls if "systemctl" in call] == [
+        f"/opt/ovt/bin/systemctl {call}" for call in reloads]
+    assert "Exit code: 0\n" in host.hook_log and "stderr: \n" in host.hook_log
+
+
+def test_the_change_is_sent_to_the_system_log(host):
+    install(host, EXAMPLES / "php_configurator.d/30-tell-syslog", HOOKS)
+    host.registry = document(record("--odd %s id"))
+    host.open_log()
+    assert host.tamrix("--update", "--id=--odd %s id", "--displayname", "x") == ok()
+    (message,) = host.log_messages()
+    assert message.endswith("php-handlers: update: --odd %s id, PHP 8.1.2 (cgi) at /opt/ovt/php/php-cgi")
+
+
+def reader_commands():
+    """The jq program's first line is the command that runs it."""
+    first = (EXAMPLES / "readers/by-type.jq").read_text(encoding="utf-8").splitlines()[0]
+    return [first.removeprefix("# "), "./by-type.py cgi", "./by-type.sh cgi"]
+
+
+@pytest.mark.parametrize("command", reader_commands(), ids=["jq", "python", "shell"])
+def test_a_reader_prints_the_handlers_of_a_type(host, command):
+    shutil.copytree(EXAMPLES / "readers", host.path("/opt/ovt/readers"))
+    host.registry = document(
+        record("a", path="/one path"), record("b", type="fastcgi"), record("f", **FPM),
+        record("c", path="/x", displayname="%22type%22%3A%22cgi%22%2C", system=True))
+    result = host.run("/bin/sh", "-c", f"cd /opt/ovt/readers && {command}", env={"PATH": "/opt/ovt/admin/sbin:/usr/bin:/bin"})
+    assert result == ok("a\t/one path\nc\t/x\n")

@@ -1,0 +1,118 @@
+"""Completion in the real shells, and one truth about commands and options in every text."""
+
+import re
+
+import pytest
+
+import manual
+import shells
+from registry_text import document, record
+
+SHELLS = ["bash", "zsh", "fish"]
+HIDDEN = {"--no-set-dirty-flag"}
+NAMES = ["my-cgi", "with blank", "qu'ote $x", "host:80"]
+
+pytestmark = pytest.mark.parametrize("shell", SHELLS)
+
+
+@pytest.fixture
+def desk(host):
+    shells.install(host)
+    host.registry = document(*(record(name) for name in NAMES), record("of-a-package", system=True))
+    host.write("/opt/ovt/place/one file")
+    host.write("/opt/ovt/place/folder/x")
+    return host
+
+
+def offered(desk, shell, line):
+    words = shells.complete(desk, shell, line)
+    assert len(words) == len(set(words))
+    return set(words)
+
+
+def usage(host):
+    """{command: options} of the usage text."""
+    described = {}
+    for line in host.tamrix("--help").err.splitlines():
+        if match := re.match(r"\t(--\S+)(.*)", line):
+            described[match[1]] = set(re.findall(r"(--[a-z]+)=", match[2]))
+    return described
+
+
+def accepted(host, command):
+    """The options in the description that a changing command prints."""
+    text = host.tamrix(command, "--no-such-option").err
+    return set(re.findall(r"^  (--\S+)", text, re.MULTILINE))
+
+
+def test_usage_program_manual_and_completion_know_the_same(desk, shell):
+    told = usage(desk)
+    assert list(told) == ["--add", "--remove", "--update", "--list-json", "--list", "--reread", "--help"]
+    assert offered(desk, shell, "tamrix --") == set(told)
+    assert offered(desk, shell, "tamrix -") == set(told) | {"-h"}
+    assert set(manual.commands()) == set(told)
+    assert set(manual.synopsis()) == set(told)
+    for command in told:
+        options = manual.commands()[command]
+        assert manual.synopsis()[command] - {"-h"} == options
+        assert offered(desk, shell, f"tamrix {command} --") == options
+        if command in ("--add", "--remove", "--update", "--reread"):
+            assert accepted(desk, command) == options
+            # The usage leaves out the switch, and the option without effect.
+            assert options - told[command] == HIDDEN | ({"--help"} if command == "--remove" else set())
+        else:
+            assert options == told[command] == set()
+
+
+@pytest.mark.parametrize("line", ["tamrix --remove --id ", "tamrix --update --type cgi --id "])
+def test_identifiers_are_those_of_custom_handlers(desk, shell, line):
+    assert offered(desk, shell, line) == set(NAMES)
+
+
+def test_identifiers_are_live(desk, shell):
+    desk.registry = document(record("another"))
+    assert offered(desk, shell, "tamrix --remove --id ") == {"another"}
+    desk.registry = "broken"
+    assert offered(desk, shell, "tamrix --remove --id ") == set()
+
+
+def test_a_new_identifier_is_not_offered(desk, shell):
+    assert offered(desk, shell, "tamrix --add --id ") == set()
+
+
+@pytest.mark.parametrize("line, word", [
+    ("tamrix --remove --id my", "my-cgi"), ("tamrix --remove --id=my", "--id=my-cgi"),
+    ("tamrix --remove --id host:", "host:80"), ("tamrix --remove --id=host:8", "--id=host:80"),
+    ("tamrix --rem", "--remove"), ("tamrix --update --ty", "--type"), ("tamrix --add --type fa", "fastcgi"),
+    ("tamrix --add --type=fp", "--type=fpm"), ("tamrix --add --path /opt/ovt/place/o", "/opt/ovt/place/one file"),
+    ("tamrix --add --clipath=/opt/ovt/place/o", "--clipath=/opt/ovt/place/one file"),
+    ("tamrix --update --poold /opt/ovt/place/", "/opt/ovt/place/folder")])
+def test_a_begun_word_is_finished(desk, shell, line, word):
+    # What is left in the line differs: an equals sign where a value may follow, the slash of a folder.
+    assert {found.rstrip("=/") for found in offered(desk, shell, line)} == {word}
+
+
+def test_types_are_offered(desk, shell):
+    assert offered(desk, shell, "tamrix --add --type ") == {"cgi", "fastcgi", "fpm"}
+
+
+@pytest.mark.parametrize("option", ["--path", "--clipath", "--phpini"])
+def test_paths_are_offered(desk, shell, option):
+    found = offered(desk, shell, f"tamrix --update {option} /opt/ovt/place/")
+    assert {path.removesuffix("/") for path in found} == {"/opt/ovt/place/one file", "/opt/ovt/place/folder"}
+
+
+@pytest.mark.parametrize("option", ["--displayname", "--service"])
+def test_free_texts_offer_nothing(desk, shell, option):
+    assert offered(desk, shell, f"tamrix --update {option} ") == set()
+
+
+def test_an_option_is_offered_once(desk, shell):
+    assert offered(desk, shell, "tamrix --remove --id my-cgi --") == {"--help", "--no-set-dirty-flag"}
+    assert offered(desk, shell, "tamrix --remove --no-set-dirty-flag --id=my-cgi --") == {"--help"}
+
+
+def test_the_registry_is_not_touched(desk, shell):
+    before = desk.registry
+    shells.complete(desk, shell, "tamrix --remove --id my")
+    assert desk.registry == before and desk.calls == []

@@ -1,0 +1,67 @@
+"""The rule that the packages install for the hook log, under the real logrotate."""
+
+import gzip
+
+import pytest
+
+from manual import ROOT
+from private_host import HOOK_LOG, ok
+from registry_text import document, record
+
+RULE = "/opt/ovt/logrotate"
+
+
+@pytest.fixture
+def log(host):
+    host.write(RULE, (ROOT / "packaging/logrotate").read_bytes())
+    return host
+
+
+def rotate(host, *words):
+    assert host.run("/usr/sbin/logrotate", "--state", "/opt/ovt/state", *words, RULE) == ok()
+
+
+def kept(host):
+    return sorted(path.name.removeprefix("php_handler_configurators.log")
+                  for path in host.path("/var/log/quelm").iterdir())
+
+
+def test_the_rule_is_monthly():
+    words = (ROOT / "packaging/logrotate").read_text(encoding="utf-8").split()
+    assert words == [HOOK_LOG, "{", "monthly", "rotate", "12", "compress", "missingok", "notifempty", "}"]
+
+
+def test_a_missing_log_and_an_empty_one_stay_as_they_are(log):
+    rotate(log, "--force")
+    assert kept(log) == []
+    log.write(HOOK_LOG)
+    rotate(log, "--force")
+    assert kept(log) == [""]
+
+
+def test_twelve_compressed_logs_are_kept_the_newest_first(log):
+    for number in range(14):
+        log.write(HOOK_LOG, f"{number}\n")
+        rotate(log, "--force")
+    assert kept(log) == sorted(f".{number}.gz" for number in range(1, 13))
+    assert gzip.decompress(log.path(HOOK_LOG + ".1.gz").read_bytes()) == b"13\n"
+    assert gzip.decompress(log.path(HOOK_LOG + ".12.gz").read_bytes()) == b"2\n"
+
+
+def test_a_log_is_rotated_once_in_a_month(log):
+    log.write("/opt/ovt/state", f'logrotate state -- version 2\n"{HOOK_LOG}" 2001-2-3-4:5:6\n', 0o600)
+    log.write(HOOK_LOG, "old\n")
+    rotate(log)
+    log.write(HOOK_LOG, "new\n")
+    rotate(log)
+    assert kept(log) == ["", ".1.gz"]
+
+
+def test_hooks_go_on_in_a_new_log(log):
+    log.registry = document(record("a"))
+    log.hook("10-told")
+    log.tamrix("--update", "--id", "a", "--type", "fastcgi")
+    rotate(log, "--force")
+    assert log.hook_log is None
+    log.tamrix("--update", "--id", "a", "--type", "cgi")
+    assert log.hook_log.count("Start: ") == 1

@@ -12,7 +12,7 @@ import stat
 import pytest
 
 from every_command import ADD, ADDED, DIRTY, HOOK, furnish, play
-from private_host import HOOK_LOG, PACKAGES, REGISTRY, UNPRIVILEGED, failed, ok
+from private_host import HOOK_LOG, PACKAGES, REGISTRY, TAMRIX, UNPRIVILEGED, failed, ok
 from registry_text import CGI, EMPTY, EMPTY_TABLE, INI, document, record
 
 SIMPLE_ADD = ("--add", "--path", CGI, "--phpini", INI, "--type", "cgi", "--id", "x")
@@ -41,8 +41,8 @@ def furnished(host):
     return host
 
 
-def full_disk(host, folder, room, *words, size=65536):
-    return host.run("/bin/sh", "-c", ON_A_FULL_DISK, "sh", str(size), folder, room, "/opt/ovt/admin/sbin/tamrix", *words)
+def full_disk(host, folder, room, *words):
+    return host.run("/bin/sh", "-c", ON_A_FULL_DISK, "sh", "65536", folder, room, TAMRIX, *words)
 
 
 def logged(host):
@@ -223,7 +223,8 @@ def test_ten_thousand_files_in_the_package_folder(furnished):
         f"Error reading handler from {PACKAGES}/broken{n}.conf: {PACKAGES}/broken{n}.conf(1): '=' character not found in"
         " line" for n in range(900)]
     assert sorted(lines[:900]) == sorted(expected)
-    expected = [f"[Warning] removing handler `n' (gone{n}) as corresponding /no/such doesn't exist" for n in range(100)]
+    expected = [
+        f"[Warning] removing handler `n' (gone{n}) as corresponding /no/such doesn't exist" for n in range(100)]
     assert sorted(lines[900:]) == sorted(expected)
     assert furnished.registry == document(record("packed", displayname="name", system=True))
 

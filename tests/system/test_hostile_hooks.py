@@ -61,15 +61,15 @@ def test_a_daemon_that_lets_the_output_go_is_not_waited_for(php_host, daemon):
 
 
 def test_a_daemon_that_keeps_the_error_output_is_waited_for_and_heard(php_host):
-    php_host.hook("10-hook", "(setsid sh -c 'sleep 1; echo late >&2' <&- >&- &)\necho early")
+    php_host.hook("10-hook", "(setsid sh -c 'sleep 0.4; echo late >&2' <&- >&- &)\necho early")
     before = time.monotonic()
     assert php_host.tamrix(*ADD) == ok("x\n")
-    assert time.monotonic() - before >= 1
+    assert time.monotonic() - before >= 0.4
     assert php_host.hook_log == log_record("10-hook", "early\n", "late\n") + NEXT
 
 
 def test_a_hook_that_closes_its_outputs_and_works_on_is_waited_for(php_host):
-    php_host.hook("10-hook", "exec >&- 2>&-\nsleep 1\nexit 4")
+    php_host.hook("10-hook", "exec >&- 2>&-\nsleep 0.4\nexit 4")
     assert php_host.tamrix(*ADD) == ok("x\n")
     assert php_host.hook_log == log_record("10-hook", code=4) + NEXT
 
@@ -106,7 +106,7 @@ def test_a_caller_who_ignores_the_signal_is_spared_with_all_its_children(php_hos
 
 
 def test_a_hook_that_stops_and_is_continued(php_host):
-    php_host.hook("10-hook", "(sleep 0.5; kill -CONT $$) & kill -STOP $$; wait; echo continued")
+    php_host.hook("10-hook", "(sleep 0.3; kill -CONT $$) & kill -STOP $$; wait; echo continued")
     assert php_host.tamrix(*ADD) == ok("x\n")
     assert php_host.hook_log == log_record("10-hook", "continued\n") + NEXT
 
@@ -204,8 +204,10 @@ def test_a_hook_that_removes_everything(php_host):
 
 def test_a_hook_that_runs_the_commands_itself(php_host):
     """The registry is complete and free by then: a hook may read and even change it."""
-    php_host.hook("10-hook", '[ "$PHP_ID" = y ] || tamrix --add --id y --path "$PHP_PATH" --phpini "$PHP_INI" --type cgi\n'
-                             "tamrix --list-json | grep -c '\"id\"'")
+    php_host.hook(
+        "10-hook",
+        '[ "$PHP_ID" = y ] || tamrix --add --id y --path "$PHP_PATH" --phpini "$PHP_INI" --type cgi\n'
+        "tamrix --list-json | grep -c '\"id\"'")
     script = 'PATH=/opt/ovt/admin/sbin:$PATH exec "$@"'
     assert php_host.shell(script, *ADD) == ok("x\n")
     assert php_host.registry == document(record("x"), record("y"))

@@ -1,13 +1,13 @@
 #include "cli/ErrorReport.h"
 
 #include <iostream>
-#include <sstream>
 #include <stdexcept>
 
 #include <gtest/gtest.h>
 
 #include "cli/QuelmUtilException.h"
 #include "cli/Traceback.h"
+#include "tests/support/FlushedText.h"
 #include "tests/support/InChild.h"
 
 namespace {
@@ -47,26 +47,14 @@ TEST(ErrorReport, AnExpectedFailurePrintsItsTextOnStandardErrorOnlyAndGivesOne) 
     EXPECT_EQ(result.status, 1);
 }
 
-class FlushCounter : public std::stringbuf {
-public:
-    int flushes = 0;
-
-protected:
-    int sync() override {
-        ++flushes;
-        return 0;
-    }
-};
-
 TEST(ErrorReport, AnExpectedFailureIsFlushed) {
-    FlushCounter counter;
-    std::streambuf* const before = std::cerr.rdbuf(&counter);
+    quelm::test::FlushedText text;
+    std::streambuf* const before = std::cerr.rdbuf(&text);
     std::cerr << std::nounitbuf;
     quelm::reportException(std::make_exception_ptr(quelm::QuelmUtilException("x")));
     std::cerr << std::unitbuf;
     std::cerr.rdbuf(before);
-    EXPECT_EQ(counter.str(), "x\n");
-    EXPECT_EQ(counter.flushes, 1);
+    EXPECT_EQ(text.flushed, "x\n");
 }
 
 TEST(ErrorReport, AnotherStandardExceptionIsFatalOnBothStreamsAndGivesOne) {

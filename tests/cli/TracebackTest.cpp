@@ -6,6 +6,8 @@
 
 #include <gtest/gtest.h>
 
+#include "tests/support/FlushedText.h"
+
 namespace {
 bool symbolsFail = false;
 int symbolCalls = 0;
@@ -106,22 +108,10 @@ TEST_F(TracebackPrint, AFailedCaptureCountsAsNoFrames) {
     EXPECT_EQ(print(Traceback(3)), "Traceback addresses:\n");
 }
 
-// A stream buffer that knows how much of its text was flushed.
-class FlushedText : public std::stringbuf {
-public:
-    std::string flushed;
-
-protected:
-    int sync() override {
-        flushed = str();
-        return 0;
-    }
-};
-
 TEST_F(TracebackPrint, EveryLineIsFlushed) {
     for (const bool failing : {false, true}) {
         symbolsFail = failing;
-        FlushedText text;
+        quelm::test::FlushedText text;
         std::ostream stream(&text);
         traceback_test::captureHere(0).print(stream);
         EXPECT_EQ(text.flushed, text.str());

@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include "tests/support/FlushedText.h"
 #include "tests/support/InChild.h"
 
 namespace {
@@ -64,21 +65,9 @@ TEST_F(UtilityErrorStream, EndOfFileIsReturnedUnchangedAndNotWritten) {
     EXPECT_EQ(output_.str(), "x");
 }
 
-// A stream buffer that knows how much of its text was flushed.
-class FlushedText : public std::stringbuf {
-public:
-    std::string flushed;
-
-protected:
-    int sync() override {
-        flushed = str();
-        return 0;
-    }
-};
-
 TEST_F(UtilityErrorStream, AFlushReachesBothStreams) {
-    FlushedText error;
-    FlushedText output;
+    quelm::test::FlushedText error;
+    quelm::test::FlushedText output;
     std::cerr.rdbuf(&error);
     std::cout.rdbuf(&output);
     std::cerr << std::nounitbuf;

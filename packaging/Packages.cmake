@@ -54,7 +54,7 @@ set(CPACK_RPM_USER_FILELIST "%config(noreplace) /etc/logrotate.d/tamrix")
 set(CPACK_RPM_EXCLUDE_FROM_AUTO_FILELIST_ADDITION
   /etc/logrotate.d /opt /usr/sbin /var /var/log /usr/share/bash-completion /usr/share/bash-completion/completions
   /usr/share/fish /usr/share/fish/vendor_completions.d /usr/share/zsh /usr/share/zsh/site-functions
-  /usr/share/licenses /usr/share/man /usr/share/man/man5 /usr/share/man/man8)
+  /usr/share/man /usr/share/man/man5 /usr/share/man/man8)
 # What examples need is no need of the package.
 set(CPACK_RPM_REQUIRES_EXCLUDE_FROM /usr/share/doc/.*)
 set(CPACK_RPM_SPEC_MORE_DEFINE "%define packager ${TAMRIX_CONTACT}

@@ -72,13 +72,16 @@ TEST_F(HookLogFile, EachLineOfARecordIsWrittenAtOnce) {
     command.setEnv("A", "1");
     command.setEnv("B", "2");
     HookLog log(path_);
+    // Once for a sanitizer, which makes write calls of its own for what it has not seen yet.
+    log.append(command, {sampleSecond, 0});
+    ASSERT_NE(writesMade(), -1);
     const long before = writesMade();
-    ASSERT_NE(before, -1);
     log.append(command, {sampleSecond, 0});
     const long after = writesMade();
     EXPECT_EQ(after - before, 6);
-    EXPECT_EQ(readFile(path_), "[2024-03-05 14-07-09.000] Start: /bin/true\n"
-                               "A = 1\nB = 2\nstdout: \nstderr: \nExit code: -1\n");
+    const std::string record = "[2024-03-05 14-07-09.000] Start: /bin/true\n"
+                               "A = 1\nB = 2\nstdout: \nstderr: \nExit code: -1\n";
+    EXPECT_EQ(readFile(path_), record + record);
 }
 
 TEST_F(HookLogFile, ARecordHasItsLinesAndVariablesInByteOrder) {

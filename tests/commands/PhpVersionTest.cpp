@@ -1,10 +1,13 @@
 #include "commands/PhpVersion.h"
 
+#include <cerrno>
 #include <filesystem>
 
 #include <gtest/gtest.h>
 
 #include "cli/QuelmUtilException.h"
+#include "lib/process/lib/SystemError.h"
+#include "tests/support/Faults.h"
 #include "tests/support/TempDir.h"
 
 namespace {
@@ -130,6 +133,12 @@ TEST_F(PhpVersion, APathThatCannotBeExaminedIsTheFileSystemsOwnError) {
     fs::create_symlink("loop", directory_.path("loop"));
     EXPECT_THROW(getPhpVersion(directory_.path("loop"), ""), fs::filesystem_error);
     EXPECT_THROW(getPhpVersion(directory_.path(std::string(300, 'x')), ""), fs::filesystem_error);
+}
+
+TEST_F(PhpVersion, AChildThatCannotBeMadeIsTheSystemsOwnError) {
+    const std::string php = directory_.script("php", "echo PHP 8");
+    const quelm::test::FailedCall failing(quelm::test::Call::fork, EAGAIN);
+    EXPECT_THROW(getPhpVersion(php, ""), quelm::ExSystemError<EAGAIN>);
 }
 
 TEST_F(PhpVersion, AnEnormousLineIsReadLikeAnyOther) {

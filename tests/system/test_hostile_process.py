@@ -48,8 +48,9 @@ def as_plain_user(host, script):
     become = (
         'if [ "$(id -u)" = 0 ]; then exec setpriv --reuid=4321 --regid=4321 --clear-groups "$0" -c "$@"; fi\n'
         'exec "$0" -c "$@"')
+    # The leak checker of a sanitized build needs a process of its own.
     return lambda *words: host.run("/bin/bash", "-c", become, "/bin/bash", script, "bash", "/opt/ovt/admin/sbin/tamrix",
-                                   *words)
+                                   *words, env={"ASAN_OPTIONS": "detect_leaks=0"})
 
 
 @pytest.mark.parametrize("name", ["SIGPIPE", "SIGCHLD", "SIGTERM", "SIGHUP", "SIGXFSZ"])
@@ -147,7 +148,9 @@ def test_a_huge_table_with_fifteen_hundred_inherited_descriptors(furnished):
     play(furnished, started_by(furnished, code))
 
 
-def test_without_proc_every_command_works_and_no_descriptor_leaks(furnished):
+def test_without_proc_every_command_works_and_no_descriptor_leaks(furnished, request):
+    if "/asan/" in request.config.getoption("--binary"):
+        pytest.skip("the sanitizers read /proc themselves")
     furnished.hook("20-hook", "for n in 3 4 5 6 7 8 9; do if (: >&$n) 2>/dev/null; then echo open $n; fi; done")
     script = 'exec bwrap --dev-bind / / --tmpfs /proc -- /bin/sh -c \'exec "$0" "$@" 5>/dev/null 7</dev/null\' "$@"'
     assert furnished.shell(script, *SIMPLE_ADD) == ok("x\n")

@@ -28,10 +28,12 @@ def pytest_addoption(parser):
     parser.addoption("--seed", help="seed of the random sequences")
 
 
-def pytest_configure():
-    """What bubblewrap leaves to be waited for comes to us instead of to the machine's first process."""
+def pytest_configure(config):
+    # What bubblewrap leaves to be waited for comes to us instead of to the machine's first process.
     set_child_subreaper = 36
     ctypes.CDLL(None).prctl(set_child_subreaper, 1, 0, 0, 0)
+    if config.getoption("--seed") is None:
+        config.option.seed = str(random.randrange(10**9))
 
 
 def reap_orphans():
@@ -40,11 +42,6 @@ def reap_orphans():
             pass
     except ChildProcessError:
         pass
-
-
-def pytest_configure(config):
-    if config.getoption("--seed") is None:
-        config.option.seed = str(random.randrange(10**9))
 
 
 def pytest_terminal_summary(terminalreporter, config):

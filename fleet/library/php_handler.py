@@ -1,0 +1,329 @@
+#!/usr/bin/python3
+"""Ansible module: one custom PHP handler of a host, registered or not.
+
+The listing is read before and after; --add, --update and --remove are called for what differs. Messages are
+passed on and never interpreted. Everything that the listing cannot tell is said in the notes below."""
+
+DOCUMENTATION = r"""
+module: php_handler
+short_description: Keep custom PHP handlers with tamrix
+description:
+  - Registers, changes and removes one custom PHP handler of the host's registry.
+  - Hosts do not know each other; each play that names many hosts brings each of them to the described state.
+author: the tamrix maintainers
+requirements:
+  - tamrix on the host
+  - Python 3.6 or later on the host
+attributes:
+  check_mode:
+    description: Changes nothing and tells what would change.
+    support: full
+  diff_mode:
+    description: Shows the handler as C(tamrix --list-json) has it, before and after.
+    support: full
+options:
+  id:
+    description: The handler's identifier. It is never computed, because a task must find its handler again.
+    type: str
+    required: true
+  state:
+    description: Whether the handler is registered.
+    type: str
+    choices: [present, absent]
+    default: present
+  displayname:
+    description:
+      - The name for people; C($version) in it follows the version.
+      - A new handler without one gets C($version).
+    type: str
+  path:
+    description: The php-cgi executable, for type C(fpm) the fpm one. A new handler needs it.
+    type: str
+  clipath:
+    description: The matching php-cli executable. Empty means none.
+    type: str
+  phpini:
+    description: The php.ini. A new handler needs it.
+    type: str
+  type:
+    description: How sites run the interpreter. A new handler needs it.
+    type: str
+    choices: [cgi, fastcgi, fpm]
+  service:
+    description: The fpm service, for type C(fpm) only. A new handler of that type needs it.
+    type: str
+  poold:
+    description: The fpm pool directory, for type C(fpm) only. A new handler of that type needs it.
+    type: str
+  set_dirty_flag:
+    description: Whether a change sets the package tool's dirty flag.
+    type: bool
+    default: true
+  executable:
+    description: The program.
+    type: path
+    default: /opt/ovt/admin/sbin/tamrix
+notes:
+  - An option that is not given leaves its value alone; a new handler gets the program's default.
+  - The listing shows display names with the version filled in, so a name with C($version) counts as set when
+    the listed name is the wanted one with the listed version. A handler that was given C(PHP 8.2.7) as plain
+    text is therefore left alone by C(PHP $version) until its version changes; the next run then mends it.
+  - Where a change has the version read again, check mode cannot know the version, nor a name that may hold it;
+    they are null there.
+  - Check mode does not start interpreters or ask for services; what the program refuses because of them shows
+    only in a real run.
+  - A system handler comes from a package file. A task that would change one fails.
+  - The registry has no lock. Run one task per host at a time, which is what Ansible does.
+"""
+
+EXAMPLES = r"""
+- name: PHP 8.2 for every site
+  php_handler:
+    id: php82-cgi
+    displayname: PHP $version
+    path: /usr/bin/php-cgi8.2
+    clipath: /usr/bin/php8.2
+    phpini: /etc/php/8.2/cgi/php.ini
+    type: cgi
+
+- name: The same as a service
+  php_handler:
+    id: php82-fpm
+    path: /usr/sbin/php-fpm8.2
+    phpini: /etc/php/8.2/fpm/php.ini
+    type: fpm
+    service: php8.2-fpm
+    poold: /etc/php/8.2/fpm/pool.d
+
+- name: A new name, and nothing else
+  php_handler:
+    id: php82-cgi
+    displayname: The fast one
+
+- name: Not offered any more
+  php_handler:
+    id: php74-cgi
+    state: absent
+"""
+
+RETURN = r"""
+handler:
+  description:
+    - The handler as C(tamrix --list-json) shows it afterwards, with its version; null when there is none.
+    - In check mode what it would show; what only a real run can tell is null.
+  returned: success
+  type: dict
+  sample:
+    id: php82-cgi
+    path: /usr/bin/php-cgi8.2
+    clipath: /usr/bin/php8.2
+    phpini: /etc/php/8.2/cgi/php.ini
+    version: 8.2.7
+    displayname: PHP 8.2.7
+    type: cgi
+    system: false
+rc:
+  description: The program's exit status.
+  returned: when the program fails
+  type: int
+stdout:
+  description: What the failing program printed.
+  returned: when the program fails
+  type: str
+stderr:
+  description: What the failing program complained. It is the task's message too.
+  returned: when the program fails
+  type: str
+"""
+
+import json
+
+from ansible.module_utils.basic import AnsibleModule
+
+# In the order in which they are given to the program.
+FIELDS = ("displayname", "path", "clipath", "phpini", "type", "service", "poold")
+FPM_FIELDS = ("service", "poold")
+# An update that is given one of these reads the version again.
+PROBED = ("path", "clipath", "phpini")
+
+ARGUMENTS = {
+    "id": {"type": "str", "required": True},
+    "state": {"type": "str", "choices": ["present", "absent"], "default": "present"},
+    "displayname": {"type": "str"},
+    "path": {"type": "str"},
+    "clipath": {"type": "str"},
+    "phpini": {"type": "str"},
+    "type": {"type": "str", "choices": ["cgi", "fastcgi", "fpm"]},
+    "service": {"type": "str"},
+    "poold": {"type": "str"},
+    "set_dirty_flag": {"type": "bool", "default": True},
+    "executable": {"type": "path", "default": "/opt/ovt/admin/sbin/tamrix"},
+}
+
+
+class Registry:
+    """The host's registry through the program. Every failure of the program ends the task with its own text."""
+
+    def __init__(self, module):
+        self.module = module
+        self.warned = set()
+
+    def run(self, *words):
+        # Without the expansion: "$version" is for the program, whatever the environment holds.
+        status, out, err = self.module.run_command(
+            [self.module.params["executable"], *words], expand_user_and_vars=False)
+        if status != 0:
+            self.module.fail_json(msg=err.strip() or f"{words[0]} ended with status {status}",
+                                  rc=status, stdout=out, stderr=err)
+        for line in err.splitlines():
+            if line and line not in self.warned:
+                self.warned.add(line)
+                self.module.warn(line)
+        return out
+
+    def change(self, command, id, values):
+        """`values` are given as options; a value that begins with a dash or is empty arrives as it is."""
+        words = [command]
+        for name, value in {"id": id, **values}.items():
+            words += [f"--{name}={value}"] if value else [f"--{name}", ""]
+        if not self.module.params["set_dirty_flag"]:
+            words.append("--no-set-dirty-flag")
+        self.run(*words)
+
+    def find(self, id):
+        """The listed handler, None when there is none."""
+        out = self.run("--list-json")
+        try:
+            return next((handler for handler in json.loads(out)["php"] if handler["id"] == id), None)
+        except (ValueError, KeyError, TypeError) as problem:
+            self.module.fail_json(msg=f"--list-json is not understood: {problem!r}", stdout=out)
+
+
+def expanded(name, version):
+    return name.replace("$version", version or "")
+
+
+def differences(wanted, listed):
+    """The wanted values that the listing does not show."""
+    different = {}
+    for name, value in wanted.items():
+        shown = expanded(value, listed["version"]) if name == "displayname" else value
+        if shown != listed.get(name, ""):
+            different[name] = value
+    return different
+
+
+def updates(wanted, listed):
+    """What an update must be given. The name goes along with whatever has the version read again: the listing
+    does not tell a placeholder from plain text, and only one of them would follow."""
+    needed = differences(wanted, listed)
+    if "displayname" in wanted and any(name in needed for name in PROBED):
+        needed["displayname"] = wanted["displayname"]
+    return needed
+
+
+def predicted_new(id, wanted):
+    new = {"id": id, "path": None, "clipath": "", "phpini": None, "version": None,
+           "displayname": "$version", "type": None, "system": False, **wanted}
+    if "$version" in new["displayname"]:
+        new["displayname"] = None
+    return new
+
+
+def predicted_change(listed, changes):
+    """The listing after an update, None where only a real one can tell."""
+    after = {**listed, **changes}
+    if after["type"] == "fpm":
+        after = {**dict.fromkeys(FPM_FIELDS, ""), **after}
+    else:
+        after = {name: value for name, value in after.items() if name not in FPM_FIELDS}
+    name = changes.get("displayname")
+    if any(field in changes for field in PROBED):
+        after["version"] = None
+        may_follow = "$version" in name if name is not None else (listed["version"] or "") in (listed["displayname"] or "")
+        if may_follow:
+            after["displayname"] = None
+    elif name is not None:
+        after["displayname"] = expanded(name, listed["version"])
+    return after
+
+
+def wanted_values(module, listed):
+    """The given values, checked for what the program would ignore or could not say well."""
+    id = module.params["id"]
+    wanted = {name: module.params[name] for name in FIELDS if module.params[name] is not None}
+    kind = wanted.get("type") or (listed or {}).get("type")
+    if kind != "fpm":
+        foreign = [name for name in FPM_FIELDS if wanted.pop(name, "")]
+        if foreign and kind:
+            module.fail_json(msg=f"handler {id}: {' and '.join(foreign)} is for type fpm only")
+    if listed is None:
+        needed = ("path", "phpini", "type") + (FPM_FIELDS if kind == "fpm" else ())
+        missing = [name for name in needed if name not in wanted]
+        if missing:
+            module.fail_json(msg=f"handler {id} is not registered; to add it, give {', '.join(missing)}")
+    return wanted
+
+
+def refuse_system_handler(module, listed):
+    """For check mode; in a real run the program refuses, in its own words."""
+    if listed["system"]:
+        module.fail_json(msg=f"handler {listed['id']} is a system handler and would be refused")
+
+
+def require(module, fulfilled, what):
+    """A save that fails is told to the system log only, not by the exit status."""
+    if not fulfilled:
+        module.fail_json(msg=f"the program reported success, but {what}; see the system log of the host")
+
+
+def present(module, registry, id, listed):
+    """Returns whether something changes, and the handler afterwards."""
+    wanted = wanted_values(module, listed)
+    if listed is None:
+        if module.check_mode:
+            return True, predicted_new(id, wanted)
+        # An empty php-cli would be asked for its version.
+        registry.change("--add", id, {name: value for name, value in wanted.items()
+                                      if name != "clipath" or value})
+    else:
+        changes = updates(wanted, listed)
+        if not changes:
+            return False, listed
+        if module.check_mode:
+            refuse_system_handler(module, listed)
+            return True, predicted_change(listed, changes)
+        registry.change("--update", id, changes)
+    after = registry.find(id)
+    require(module, after is not None, f"handler {id} is not listed")
+    lost = differences(wanted, after)
+    require(module, not lost, f"handler {id} is listed with another {', '.join(lost)}")
+    return True, after
+
+
+def absent(module, registry, id, listed):
+    if listed is None:
+        return False, None
+    if module.check_mode:
+        refuse_system_handler(module, listed)
+    else:
+        registry.change("--remove", id, {})
+        require(module, registry.find(id) is None, f"handler {id} is still listed")
+    return True, None
+
+
+def main():
+    module = AnsibleModule(argument_spec=ARGUMENTS, supports_check_mode=True)
+    registry = Registry(module)
+    id = module.params["id"]
+    listed = registry.find(id)
+    steps = {"present": present, "absent": absent}[module.params["state"]]
+    changed, after = steps(module, registry, id, listed)
+    result = {"changed": changed, "handler": after}
+    if module._diff:
+        result["diff"] = {"before_header": id, "after_header": id, "before": listed or {}, "after": after or {}}
+    module.exit_json(**result)
+
+
+if __name__ == "__main__":
+    main()

@@ -222,6 +222,13 @@ def updates(wanted, listed):
     return needed
 
 
+def may_follow(name, listed):
+    """Whether a name may hold the version; the listed one, when none is given, shows no more than its text."""
+    if name is not None:
+        return "$version" in name
+    return (listed["version"] or "") in (listed["displayname"] or "")
+
+
 def predicted_new(id, wanted):
     new = {"id": id, "path": None, "clipath": "", "phpini": None, "version": None,
            "displayname": "$version", "type": None, "system": False, **wanted}
@@ -240,8 +247,7 @@ def predicted_change(listed, changes):
     name = changes.get("displayname")
     if any(field in changes for field in PROBED):
         after["version"] = None
-        may_follow = "$version" in name if name is not None else (listed["version"] or "") in (listed["displayname"] or "")
-        if may_follow:
+        if may_follow(name, listed):
             after["displayname"] = None
     elif name is not None:
         after["displayname"] = expanded(name, listed["version"])

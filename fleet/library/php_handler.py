@@ -262,7 +262,7 @@ def wanted_values(module, listed):
     if kind != "fpm":
         foreign = [name for name in FPM_FIELDS if wanted.pop(name, "")]
         if foreign and kind:
-            module.fail_json(msg=f"handler {id}: {' and '.join(foreign)} is for type fpm only")
+            module.fail_json(msg=f"handler {id}: only type fpm has {' and '.join(foreign)}")
     if listed is None:
         needed = ("path", "phpini", "type") + (FPM_FIELDS if kind == "fpm" else ())
         missing = [name for name in needed if name not in wanted]

@@ -1,5 +1,6 @@
 """Three private hosts and the real ansible-playbook that reaches them."""
 
+import ctypes
 import json
 import os
 import pathlib
@@ -22,6 +23,20 @@ WORDS = "/opt/ovt/fleet/words"
 
 def pytest_addoption(parser):
     parser.addoption("--binary", default=str(ROOT / "build/release/tamrix"), help="the program under test")
+
+
+def pytest_configure():
+    """What bubblewrap leaves to be waited for comes to us instead of to the machine's first process."""
+    set_child_subreaper = 36
+    ctypes.CDLL(None).prctl(set_child_subreaper, 1, 0, 0, 0)
+
+
+def reap_orphans():
+    try:
+        while os.waitpid(-1, os.WNOHANG)[0]:
+            pass
+    except ChildProcessError:
+        pass
 
 
 class Run:
@@ -105,4 +120,5 @@ class Fleet:
 
 @pytest.fixture
 def fleet(request, tmp_path):
-    return Fleet(tmp_path, request.config.getoption("--binary"))
+    yield Fleet(tmp_path, request.config.getoption("--binary"))
+    reap_orphans()

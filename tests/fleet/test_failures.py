@@ -71,7 +71,7 @@ def test_a_service_belongs_to_fpm(fleet, check, registry):
     if registry:
         seed(fleet, registry)
     for result in fails_everywhere(fleet, *check, **NEW, service="x", poold="/p"):
-        assert result["msg"] == "handler a: service and poold is for type fpm only"
+        assert result["msg"] == "handler a: only type fpm has service and poold"
     assert [fleet.words(name) for name in NAMES] == [["--list-json|"]] * 3
 
 

@@ -184,7 +184,7 @@ TEST(ForkExecFd, TheChildHasTheDefaultSigpipe) {
 
 TEST(ForkExecFd, NoMemoryForTheListEndsTheProcess) {
     const ChildOutcome result = runForked([] {
-        failCall(Call::malloc, ENOMEM);
+        failCallOnce(Call::malloc, ENOMEM);
         return fork_exec_fd(-1, -1, "/bin/true", nullptr);
     });
     EXPECT_EQ(result.exitStatus(), 1);

@@ -106,7 +106,7 @@ TEST(VariadicExec, ReportedAndQuiet) {
 
 void endsWithoutMemory(const std::function<int()>& call) {
     const ChildOutcome result = runForked([&call] {
-        failCall(Call::malloc, ENOMEM);
+        failCallOnce(Call::malloc, ENOMEM);
         return call();
     });
     EXPECT_EQ(result.exitStatus(), 1);

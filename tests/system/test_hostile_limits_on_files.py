@@ -10,6 +10,8 @@ import pytest
 from private_host import HOOK_LOG, HOOKS, REGISTRY, failed, ok
 from registry_text import CGI, INI, document, record
 
+pytestmark = pytest.mark.usefixtures("no_counters")
+
 ADD = ("--add", "--path", CGI, "--phpini", INI, "--type", "cgi", "--id", "x")
 COMMANDS = [ADD, ("--update", "--id", "a", "--path", CGI), ("--remove", "--id", "a"), ("--reread",)]
 TOLD = f"Unable to write {REGISTRY}: File too large"

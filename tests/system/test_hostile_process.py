@@ -164,7 +164,7 @@ def test_without_proc_every_command_works_and_no_descriptor_leaks(furnished, req
     (SIMPLE_ADD, None), (ADD, None), (("--update", "--id", "x", "--path", CGI), None),
     (("--reread", "--no-set-dirty-flag"), document()), (("--remove", "--id", "x"), document(record("y")))],
     ids=["add", "add fpm", "update", "reread", "remove"])
-def test_a_user_who_may_start_no_process(furnished, words, saved):
+def test_a_user_who_may_start_no_process(furnished, words, saved, no_counters):
     """What needs a child fails; a reread then finds that no interpreter answers, that of the package included."""
     before = "" if words[0] == "--add" else document(record("x"), record("y"))
     furnished.registry = before

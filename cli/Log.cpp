@@ -24,7 +24,6 @@ void systemWriter(int priority, const char* message);
 
 // openlog keeps the pointer that it is given, so the identity lives here and not with the caller.
 struct LogState {
-    bool toConsole = false;
     Name target{};
     unsigned threshold = LOG_DEBUG;
     int facility = LOG_USER;
@@ -56,7 +55,7 @@ void systemFront(int priority, const char* format, va_list arguments) {
     const int prefix = std::snprintf(text.data(), text.size(), "%s: ", state.traceId.data());
     const auto used = static_cast<std::size_t>(prefix);
     std::vsnprintf(text.data() + used, text.size() - used, format, arguments);
-    systemWriter(priority, text.data());
+    state.writer(priority, text.data());
 }
 
 bool targetIs(const char* name) {
@@ -93,7 +92,7 @@ void consoleFront(int priority, const char* format, va_list arguments) {
     }
     std::string message(static_cast<std::size_t>(length), '\0');
     std::vsnprintf(message.data(), message.size() + 1, format, arguments);
-    consoleWriter(priority, message.c_str());
+    state.writer(priority, message.c_str());
 }
 
 void chooseTraceId() {
@@ -135,10 +134,10 @@ unsigned chooseThreshold(unsigned level) {
 } // namespace
 
 void log_init(const char* target, unsigned level, int facility, int options, const char* ident) {
-    state.toConsole = target != nullptr;
-    copyCut(state.target, target != nullptr ? target : "");
+    const bool toConsole = target != nullptr;
+    copyCut(state.target, toConsole ? target : "");
     state.facility = facility;
-    if (state.toConsole) {
+    if (toConsole) {
         state.options = options;
         state.writer = consoleWriter;
         state.front = consoleFront;
@@ -146,7 +145,7 @@ void log_init(const char* target, unsigned level, int facility, int options, con
         openSystemLog(options, ident);
     }
     state.threshold = chooseThreshold(level);
-    if (!state.toConsole) {
+    if (!toConsole) {
         ::setlogmask(LOG_UPTO(static_cast<int>(state.threshold)));
     }
 }

@@ -29,6 +29,12 @@ if(TAMRIX_LINK STREQUAL archives)
     -fuse-ld=lld -static-libstdc++ -static-libgcc LINKER:--gc-sections LINKER:--as-needed
     LINKER:--exclude-libs,libcurl.a:libcrypto.a:libboost_program_options.a:libboost_regex.a:libstdc++.a:libgcc.a:libgcc_eh.a)
   target_compile_options(tamrix_dependencies INTERFACE -ffunction-sections -fdata-sections)
+  # The functions that a start runs lie side by side; bench/function-order makes the list. Names that a test or
+  # another compiler does not have are no error.
+  set(function_order ${CMAKE_CURRENT_LIST_DIR}/function-order)
+  target_link_options(tamrix_dependencies INTERFACE
+    LINKER:--symbol-ordering-file=${function_order} LINKER:--no-warn-symbol-ordering)
+  set_target_properties(tamrix_dependencies PROPERTIES INTERFACE_LINK_DEPENDS ${function_order})
 elseif(TAMRIX_LINK STREQUAL shared)
   find_package(Boost 1.74 REQUIRED COMPONENTS program_options regex)
   find_package(CURL REQUIRED)

@@ -36,6 +36,22 @@ void appendHandler(std::string& output, const PhpHandler& handler, JsonPurpose p
     output += "\n}";
 }
 
+// Calls `more` after each record, which may empty the output.
+template <class More>
+void appendDocument(std::string& output, const HandlerRegistry& registry, JsonPurpose purpose, More more) {
+    output += "{\"php\":[";
+    bool first = true;
+    for (const PhpHandler& handler : registry) {
+        if (!first) {
+            output += ',';
+        }
+        first = false;
+        appendHandler(output, handler, purpose);
+        more();
+    }
+    output += "\n]}\n";
+}
+
 // Enough when nothing needs an escape, so that the document is not copied while it grows.
 std::size_t expectedSize(const HandlerRegistry& registry) {
     constexpr std::size_t fixedPart = 160;
@@ -53,23 +69,23 @@ std::size_t expectedSize(const HandlerRegistry& registry) {
 std::string registryJson(const HandlerRegistry& registry, JsonPurpose purpose) {
     std::string output;
     output.reserve(expectedSize(registry));
-    output += "{\"php\":[";
-    bool first = true;
-    for (const PhpHandler& handler : registry) {
-        if (!first) {
-            output += ',';
-        }
-        first = false;
-        appendHandler(output, handler, purpose);
-    }
-    output += "\n]}\n";
+    appendDocument(output, registry, purpose, [] {});
     return output;
 }
 
 void writeRegistryJson(const HandlerRegistry& registry, std::ostream& stream, bool forStorage) {
-    const std::string document =
-        registryJson(registry, forStorage ? JsonPurpose::storage : JsonPurpose::listing);
-    stream.write(document.data(), static_cast<std::streamsize>(document.size()));
+    constexpr std::size_t piece = 65536;
+    std::string output;
+    const auto flush = [&] {
+        stream.write(output.data(), static_cast<std::streamsize>(output.size()));
+        output.clear();
+    };
+    appendDocument(output, registry, forStorage ? JsonPurpose::storage : JsonPurpose::listing, [&] {
+        if (output.size() >= piece) {
+            flush();
+        }
+    });
+    flush();
 }
 
 } // namespace quelm

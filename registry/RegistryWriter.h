@@ -14,8 +14,8 @@ enum class JsonPurpose { listing, storage };
 // Throws std::runtime_error when a record's type is none of the four or its display name cannot be encoded.
 std::string registryJson(const HandlerRegistry& registry, JsonPurpose purpose);
 
-// Writes the document in one piece: for storage with percent-encoded display names, else with expanded ones.
-// Throws as registryJson does, before anything is written; a stream that fails is left to the caller.
+// Writes the same piece by piece: for storage with percent-encoded display names, else with expanded ones.
+// Throws as registryJson does, when it comes to the record; a stream that fails is left to the caller.
 void writeRegistryJson(const HandlerRegistry& registry, std::ostream& stream, bool forStorage);
 
 } // namespace quelm

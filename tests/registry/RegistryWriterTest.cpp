@@ -99,13 +99,39 @@ TEST(RegistryWriter, DisplayNameOf1363NonAsciiBytesIsNullInStorage) {
     EXPECT_EQ(written(registryOf({handler}), listing).find("null"), std::string::npos);
 }
 
-TEST(RegistryWriter, AnUnknownTypeThrowsBeforeAnythingIsWritten) {
+TEST(RegistryWriter, AnUnknownTypeThrows) {
     PhpHandler handler = handlerWithId("b");
     handler.type = static_cast<PhpHandlerType>(5);
+    const HandlerRegistry registry = registryOf({handlerWithId("a"), handler});
     std::ostringstream stream;
-    EXPECT_THROW(writeRegistryJson(registryOf({handlerWithId("a"), handler}), stream, storage),
-                 std::runtime_error);
-    EXPECT_EQ(stream.str(), "");
+    EXPECT_THROW(registryJson(registry, JsonPurpose::storage), std::runtime_error);
+    EXPECT_THROW(writeRegistryJson(registry, stream, storage), std::runtime_error);
+    EXPECT_THROW(writeRegistryJson(registry, stream, listing), std::runtime_error);
+}
+
+// Counts what the document is written in.
+class Pieces : public std::stringbuf {
+public:
+    int count = 0;
+
+protected:
+    std::streamsize xsputn(const char* bytes, std::streamsize size) override {
+        ++count;
+        return std::stringbuf::xsputn(bytes, size);
+    }
+};
+
+TEST(RegistryWriter, ALongDocumentIsWrittenInPiecesAndComplete) {
+    HandlerRegistry registry;
+    for (int number = 0; number < 2000; ++number) {
+        registry.append(handlerWithId(std::to_string(number)));
+    }
+    Pieces pieces;
+    std::ostream stream(&pieces);
+    writeRegistryJson(registry, stream, listing);
+    EXPECT_GT(pieces.count, 2);
+    EXPECT_LT(pieces.count, 20);
+    EXPECT_TRUE(pieces.str() == registryJson(registry, JsonPurpose::listing));
 }
 
 TEST(RegistryWriter, AFailedStreamIsNoException) {

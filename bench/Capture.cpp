@@ -26,24 +26,39 @@ double quantile(std::vector<double> values, double part) {
     return values[static_cast<std::size_t>(part * static_cast<double>(values.size() - 1))];
 }
 
-void compare(const char* name, const ArgVector& arguments, int rounds) {
-    const std::string path = arguments.get()[0];
+struct Comparison {
+    const char* name;
+    bare::Child child;
+    bool keep;
+    int rounds;
+};
+
+long captured(const ArgVector& arguments, bool keep) {
+    std::string output;
+    std::string error;
+    const int status =
+        quelm::forkExecvGetOutErr(std::string(), keep ? &output : nullptr, keep ? &error : nullptr,
+                                  arguments.get()[0], arguments.get());
+    return status == 0 ? static_cast<long>(output.size() + error.size()) : -1;
+}
+
+void compare(const Comparison& comparison, const ArgVector& arguments) {
     std::vector<double> ours;
     std::vector<double> bares;
     std::vector<double> ratios;
-    for (int round = 0; round < rounds; ++round) {
-        std::string output;
-        std::string error;
-        ours.push_back(secondsOf([&] { quelm::forkExecvGetOutErr(output, error, path, arguments.get()); }));
+    for (int round = 0; round < comparison.rounds; ++round) {
         long bytes = 0;
-        bares.push_back(secondsOf([&] { bytes = bare::run(arguments.data()); }));
+        bare::Outcome outcome;
+        ours.push_back(secondsOf([&] { bytes = captured(arguments, comparison.keep); }));
+        bares.push_back(
+            secondsOf([&] { outcome = bare::run(arguments.data(), comparison.child, comparison.keep); }));
         ratios.push_back(ours.back() / bares.back());
-        if (bytes != static_cast<long>(output.size() + error.size())) {
-            std::fprintf(stderr, "%s: %ld bytes beside %zu\n", name, bytes, output.size() + error.size());
+        if (outcome.bytes <= 0 || bytes != (comparison.keep ? outcome.bytes : 0)) {
+            std::fprintf(stderr, "%s: %ld bytes beside %ld\n", comparison.name, bytes, outcome.bytes);
             std::exit(1);
         }
     }
-    std::printf("%-28s %10.3f ms   bare %8.3f ms   ratio %6.3f (%5.3f to %5.3f)\n", name,
+    std::printf("%-34s %8.3f ms   bare %8.3f ms   ratio %6.3f (%5.3f to %5.3f)\n", comparison.name,
                 quantile(ours, 0.5) * 1e3, quantile(bares, 0.5) * 1e3, quantile(ratios, 0.5),
                 quantile(ratios, 0.25), quantile(ratios, 0.75));
 }
@@ -55,7 +70,12 @@ int main(int argc, char** argv) {
         std::fprintf(stderr, "usage: capture INTERPRETER\n");
         return 2;
     }
-    compare("capture of one line", ArgVector{argv[1]}, 3000);
-    compare("capture of 2 x 1 MiB", ArgVector{argv[1], "--flood"}, 600);
+    const ArgVector line{argv[1]};
+    const ArgVector flood{argv[1], "--flood"};
+    using bare::Child;
+    compare({"one line, plain child", Child::plain, true, 3000}, line);
+    compare({"one line, careful child", Child::careful, true, 3000}, line);
+    compare({"2 x 1 MiB kept, plain child", Child::plain, true, 600}, flood);
+    compare({"2 x 1 MiB dropped, plain child", Child::plain, false, 600}, flood);
     return 0;
 }

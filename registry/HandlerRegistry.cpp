@@ -1,6 +1,7 @@
 #include "registry/HandlerRegistry.h"
 
 #include <algorithm>
+#include <bit>
 #include <functional>
 #include <stdexcept>
 #include <utility>
@@ -13,6 +14,10 @@ namespace {
 
 std::size_t hashOf(std::string_view id) {
     return std::hash<std::string_view>{}(id);
+}
+
+std::uint32_t upperHalf(std::size_t hash) {
+    return static_cast<std::uint32_t>(std::uint64_t{hash} >> 32);
 }
 
 // size() when no record has the id.
@@ -40,16 +45,23 @@ HandlerRegistry::iterator HandlerRegistry::end() {
 }
 
 bool HandlerRegistry::contains(std::string_view id) {
-    if (!indexed_) {
+    if (slots_.empty()) {
         makeIndex();
     }
-    const auto [first, last] = positions_.equal_range(hashOf(id));
-    return std::any_of(first, last, [&](const auto& entry) { return records_[entry.second].id == id; });
+    const std::size_t hash = hashOf(id);
+    for (std::size_t place = firstPlace(hash); slots_[place].taken(); place = nextPlace(place)) {
+        if (slots_[place].hash == upperHalf(hash) && records_[slots_[place].position()].id == id) {
+            return true;
+        }
+    }
+    return false;
 }
 
 void HandlerRegistry::append(PhpHandler handler) {
     records_.push_back(std::move(handler));
-    if (indexed_) {
+    if (2 * records_.size() > slots_.size()) {
+        dropIndex();
+    } else {
         index(records_.size() - 1);
     }
 }
@@ -64,24 +76,25 @@ void HandlerRegistry::clear() {
     records_.clear();
 }
 
+// As large as the records can become without a new allocation of their own.
 void HandlerRegistry::makeIndex() {
-    positions_.clear();
-    positions_.reserve(records_.capacity());
+    slots_.assign(std::bit_ceil(2 * records_.capacity() + 2), {});
     for (std::size_t position = 0; position < records_.size(); ++position) {
         index(position);
     }
-    indexed_ = true;
 }
 
 void HandlerRegistry::index(std::size_t position) {
-    positions_.emplace(hashOf(records_[position].id), position);
+    const std::size_t hash = hashOf(records_[position].id);
+    std::size_t place = firstPlace(hash);
+    while (slots_[place].taken()) {
+        place = nextPlace(place);
+    }
+    slots_[place] = {upperHalf(hash), static_cast<std::uint32_t>(position + 1)};
 }
 
 void HandlerRegistry::dropIndex() {
-    if (indexed_) {
-        positions_.clear();
-        indexed_ = false;
-    }
+    slots_.clear();
 }
 
 PhpHandler* find(HandlerRegistry& registry, std::string_view id) {

@@ -1,7 +1,10 @@
 #include "registry/HandlerRegistry.h"
 
+#include <algorithm>
+#include <random>
 #include <stdexcept>
 #include <typeinfo>
+#include <utility>
 
 #include <gtest/gtest.h>
 
@@ -93,6 +96,27 @@ TEST(HandlerRegistryAdd, ACopyKnowsItsOwnIds) {
     add(copy, handlerWithId("b"));
     EXPECT_THROW(add(copy, handlerWithId("a")), QuelmUtilException);
     EXPECT_NO_THROW(add(registry, handlerWithId("b")));
+}
+
+TEST(HandlerRegistryAdd, KnowsItsIdsThroughAnySequenceOfChanges) {
+    std::minstd_rand random(1);
+    HandlerRegistry registry;
+    for (int step = 0; step < 20000; ++step) {
+        const std::string id = std::to_string(random() % 300);
+        if (find(registry, id) == nullptr) {
+            ASSERT_FALSE(registry.contains(id)) << id;
+            ASSERT_NO_THROW(add(registry, handlerWithId(id)));
+        } else if (random() % 3 == 0) {
+            remove(registry, id);
+        }
+        // Asked without find(), whose result could be changed: the index of the last add stays in use.
+        const std::string other = std::to_string(random() % 300);
+        const auto& records = std::as_const(registry);
+        ASSERT_EQ(registry.contains(other),
+                  std::any_of(records.begin(), records.end(),
+                              [&](const auto& record) { return record.id == other; }))
+            << other;
+    }
 }
 
 // Quadratic behaviour would take minutes here.

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cstddef>
+#include <numeric>
 #include <string>
 #include <string_view>
 
@@ -13,6 +14,7 @@ namespace quelm {
 namespace {
 
 constexpr std::size_t columns = 10;
+constexpr std::size_t gap = 2; // blanks before each column but the first
 using Cells = std::array<std::string_view, columns>;
 using Widths = std::array<std::size_t, columns>;
 
@@ -43,8 +45,7 @@ Widths measure(const HandlerRegistry& registry) {
 
 void appendRow(std::string& output, const Cells& cells, const Widths& widths) {
     for (std::size_t column = 0; column < columns; ++column) {
-        const std::size_t gap = column == 0 ? 0 : 2;
-        output.append(gap + widths[column] - cells[column].size(), ' ');
+        output.append((column == 0 ? 0 : gap) + widths[column] - cells[column].size(), ' ');
         output += cells[column];
     }
     output += '\n';
@@ -60,7 +61,9 @@ void flush(std::string& output, std::ostream& stream) {
 void writeHandlerTable(const HandlerRegistry& registry, std::ostream& stream) {
     constexpr std::size_t piece = 65536;
     const Widths widths = measure(registry);
+    const std::size_t row = std::accumulate(widths.begin(), widths.end(), gap * columns);
     std::string output;
+    output.reserve(std::min(row * (registry.size() + 1), 2 * piece));
     forEachRow(registry, [&](const Cells& cells) {
         appendRow(output, cells, widths);
         if (output.size() >= piece) {

@@ -1,5 +1,6 @@
 #include "registry/RegistryWriter.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <string_view>
 
@@ -76,6 +77,7 @@ std::string registryJson(const HandlerRegistry& registry, JsonPurpose purpose) {
 void writeRegistryJson(const HandlerRegistry& registry, std::ostream& stream, bool forStorage) {
     constexpr std::size_t piece = 65536;
     std::string output;
+    output.reserve(std::min(expectedSize(registry), 2 * piece));
     const auto flush = [&] {
         stream.write(output.data(), static_cast<std::streamsize>(output.size()));
         output.clear();

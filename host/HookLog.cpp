@@ -23,14 +23,21 @@ std::string formatLogTime(const timeval& time) {
     return std::string(seconds.data(), length) + milliseconds.data();
 }
 
-// O_NONBLOCK keeps a FIFO without a reader from holding up the command; once open, the log is written like
-// any file. Only a file with a lease on it answers EWOULDBLOCK: its holder is waited for.
-HookLog::HookLog(const std::string& path) {
+namespace {
+
+UniqueFd openForAppending(const std::string& path, int waiting) {
     constexpr int flags = O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC | O_NOCTTY;
     constexpr mode_t newFileMode = 0666;
-    file_ = UniqueFd(::open(path.c_str(), flags | O_NONBLOCK, newFileMode));
+    return UniqueFd(::open(path.c_str(), flags | waiting, newFileMode));
+}
+
+} // namespace
+
+// O_NONBLOCK keeps a FIFO without a reader from holding up the command; once open, the log is written like
+// any file. Only a file with a lease on it answers EWOULDBLOCK: its holder is waited for.
+HookLog::HookLog(const std::string& path) : file_(openForAppending(path, O_NONBLOCK)) {
     if (!file_.isOpen() && errno == EWOULDBLOCK) {
-        file_ = UniqueFd(::open(path.c_str(), flags, newFileMode));
+        file_ = openForAppending(path, 0);
     }
     if (file_.isOpen()) {
         ::fcntl(file_.get(), F_SETFL, O_APPEND);

@@ -16,19 +16,19 @@ constexpr char numbered = 'u';
 constexpr char ending = '$';
 
 constexpr std::array<char, 256> makeForms() {
-    std::array<char, 256> forms{};
+    std::array<char, 256> made{};
     for (std::size_t byte = 0; byte < 0x20; ++byte) {
-        forms[byte] = numbered;
+        made[byte] = numbered;
     }
-    forms['\0'] = ending;
-    forms['\b'] = 'b';
-    forms['\t'] = 't';
-    forms['\n'] = 'n';
-    forms['\f'] = 'f';
-    forms['\r'] = 'r';
-    forms['"'] = '"';
-    forms['\\'] = '\\';
-    return forms;
+    made['\0'] = ending;
+    made['\b'] = 'b';
+    made['\t'] = 't';
+    made['\n'] = 'n';
+    made['\f'] = 'f';
+    made['\r'] = 'r';
+    made['"'] = '"';
+    made['\\'] = '\\';
+    return made;
 }
 constexpr std::array<char, 256> forms = makeForms();
 

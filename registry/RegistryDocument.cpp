@@ -82,6 +82,7 @@ bool RegistryDocument::parse() {
     for (; step == Next::item; step = reader_.nextMember(name)) {
         const bool wanted = name == "php";
         found = found || wanted;
+        // cppcheck-suppress knownConditionTrueFalse ; takes the comparison of a text for a constant
         if (!(wanted ? readHandlers() : reader_.skipValue())) {
             return false;
         }

@@ -37,6 +37,7 @@ void ArgVector::append(const char* argument) {
     if (copy == nullptr) {
         throw std::bad_alloc();
     }
+    // cppcheck-suppress danglingLifetime ; the release below is not seen
     pointers_.insert(pointers_.end() - 1, copy.get());
     (void)copy.release();
 }

@@ -190,6 +190,7 @@ int forkExecvGetOutErr(SourceCallback source, SinkCallback output, SinkCallback 
         pump(ends, {source, output, error, context}, {inputSize, outputSize, errorSize});
     } catch (...) {
         ::kill(child, SIGTERM);
+        // cppcheck-suppress unreadVariable ; closing the old ends is what it is for
         ends = Ends{};
         waitForChild(child);
         throw;

@@ -46,8 +46,8 @@ bool standsInTheWay(const Slots& slots, int slot) {
 bool placeDescriptors(const ChildDescriptors& descriptors) {
     Slots slots{descriptors.input, descriptors.output, descriptors.error};
     for (int slot = STDIN_FILENO; slot <= STDERR_FILENO; ++slot) {
-        int& descriptor = slots[static_cast<std::size_t>(slot)];
         if (standsInTheWay(slots, slot)) {
+            int& descriptor = slots[static_cast<std::size_t>(slot)];
             descriptor = ::fcntl(descriptor, F_DUPFD, STDERR_FILENO + 1);
             if (descriptor == -1) {
                 return false;

@@ -7,8 +7,10 @@
 #include <iostream>
 #include <memory>
 #include <new>
+#include <optional>
 #include <stdexcept>
 #include <string_view>
+#include <utility>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -88,15 +90,15 @@ void grow(FileText& text, std::size_t capacity) {
     text.bytes = std::move(larger);
 }
 
-// The size that the file had when it was opened is only a hint.
-FileText readToEnd(int descriptor, std::size_t expectedSize) {
+// The size that the file had when it was opened is only a hint. Nothing when a read fails.
+std::optional<FileText> readToEnd(int descriptor, std::size_t expectedSize) {
     std::size_t capacity = expectedSize + 2;
     FileText text{std::make_unique_for_overwrite<char[]>(capacity)};
     for (;;) {
         const std::size_t room = capacity - 1 - text.size;
         const ssize_t count = readSome(descriptor, text.bytes.get() + text.size, room);
         if (count < 0) {
-            return {};
+            return std::nullopt;
         }
         text.size += static_cast<std::size_t>(count);
         if (count == 0) {
@@ -110,13 +112,31 @@ FileText readToEnd(int descriptor, std::size_t expectedSize) {
     }
 }
 
+void logFailure(const char* action, const std::string& path) {
+    const int kept = errno;
+    log_message(LOG_ERR, "Unable to %s %s: %s", action, path.c_str(), std::strerror(kept));
+    errno = kept;
+}
+
+// A file that cannot be read is no registry yet, and the next save replaces it; the log tells why.
+FileText unreadable(const std::string& path) {
+    if (errno != ENOENT) {
+        logFailure("read", path);
+    }
+    return {};
+}
+
 FileText readText(const std::string& path) {
     const OpenFile file(openWithoutHanging(path, O_RDONLY));
     struct stat status {};
-    if (!file.isOpen() || ::fstat(file.descriptor(), &status) != 0 || !S_ISREG(status.st_mode)) {
+    if (!file.isOpen() || ::fstat(file.descriptor(), &status) != 0) {
+        return unreadable(path);
+    }
+    if (!S_ISREG(status.st_mode)) {
         return {};
     }
-    return readToEnd(file.descriptor(), static_cast<std::size_t>(status.st_size));
+    auto text = readToEnd(file.descriptor(), static_cast<std::size_t>(status.st_size));
+    return text ? std::move(*text) : unreadable(path);
 }
 
 std::unique_ptr<RegistryDocument> makeDocument(char* text) {
@@ -176,10 +196,6 @@ bool writeAll(int descriptor, std::string_view text) {
         }
     }
     return true;
-}
-
-void logFailure(const char* action, const std::string& path) {
-    log_message(LOG_ERR, "Unable to %s %s: %s", action, path.c_str(), std::strerror(errno));
 }
 
 } // namespace

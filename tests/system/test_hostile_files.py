@@ -130,6 +130,18 @@ def bind_socket(path):
         os.close(folder)
 
 
+UNREADABLE = {
+    "a link loop": f"Unable to read {REGISTRY}: Too many levels of symbolic links",
+    "a socket": f"Unable to read {REGISTRY}: No such device or address",
+}
+
+
+def test_a_read_that_fails_is_told_to_the_log(furnished):
+    furnished.path(REGISTRY).symlink_to("/proc/self/mem")
+    assert furnished.tamrix("--list") == ok(EMPTY_TABLE)
+    assert logged(furnished) == [f"Unable to read {REGISTRY}: Input/output error"]
+
+
 @pytest.mark.parametrize("kind", ODD)
 def test_in_the_registry_s_place_there_is(furnished, kind):
     lay, reason = ODD[kind]
@@ -138,13 +150,14 @@ def test_in_the_registry_s_place_there_is(furnished, kind):
     before = path.lstat()
     action, text = reason if isinstance(reason, tuple) else ("open", reason)
     told = [] if text is None else [f"Unable to {action} {REGISTRY}: {text}"]
+    unread = [UNREADABLE[kind]] if kind in UNREADABLE else []
     assert furnished.tamrix("--list") == ok(EMPTY_TABLE)
     assert furnished.tamrix("--remove", "--id", "x") == ok(err="[Warning] Handler with id `x' does not exist\n")
     assert furnished.tamrix("--update", "--id", "x") == failed("Handler with id=`x' not found\n")
-    assert logged(furnished) == []
+    assert logged(furnished) == unread * 3
     assert furnished.tamrix(*SIMPLE_ADD) == ok("x\n")
     assert furnished.tamrix("--reread") == ok()
-    assert logged(furnished) == told * 2
+    assert logged(furnished) == (unread + told) * 2
     after = path.lstat()
     assert (stat.S_IFMT(after.st_mode), after.st_ino) == (stat.S_IFMT(before.st_mode), before.st_ino)
     assert furnished.calls.count(f"{HOOK} add") == 1
@@ -181,7 +194,7 @@ def test_a_registry_that_cannot_be_read_or_written_stays(furnished):
     furnished.path(REGISTRY).chmod(0)
     assert furnished.shell(UNPRIVILEGED, *SIMPLE_ADD) == ok("x\n")
     assert furnished.registry == document(record("a"))
-    assert logged(furnished) == [f"Unable to open {REGISTRY}: Permission denied"]
+    assert logged(furnished) == [f"Unable to {what} {REGISTRY}: Permission denied" for what in ("read", "open")]
 
 
 def test_two_hundred_million_blanks_are_no_registry(furnished):

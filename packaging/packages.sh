@@ -8,8 +8,8 @@ build_packages=(cmake ninja-build g++ libboost-dev libboost-program-options-dev 
 host_packages=(bubblewrap)
 php_packages=(php8.2-cgi php8.2-cli php8.2-fpm)
 test_packages=(strace valgrind libgtest-dev libgmock-dev python3 python3-pytest clang-format shellcheck jq mandoc
-    python3-jsonschema zsh fish logrotate)
-full_packages=(clang-tidy gcovr debootstrap dpkg-dev lintian rpm rpmlint cpio ansible-core)
+    python3-jsonschema zsh fish logrotate cppcheck)
+full_packages=(clang clang-tidy gcovr debootstrap dpkg-dev lintian rpm rpmlint cpio ansible-core)
 bench_packages=(rapidjson-dev jq)
 fuzz_packages=(clang)
 

@@ -25,6 +25,7 @@ def pytest_addoption(parser):
     parser.addoption("--hosts", help="folder for the private hosts; those of failed tests stay there")
     parser.addoption("--shared", help="folder that stays writable inside")
     parser.addoption("--shard", default="1/1", help="N/M: only every M-th test, from the N-th on")
+    parser.addoption("--rounds", type=int, default=3, help="how often changes at once are tried")
     parser.addoption("--seed", help="seed of the random sequences")
 
 
@@ -79,6 +80,11 @@ def host(request):
         print(f"kept: {folder}")
     else:
         shutil.rmtree(folder)
+
+
+@pytest.fixture
+def rounds(request):
+    return range(request.config.getoption("--rounds"))
 
 
 @pytest.fixture

@@ -109,7 +109,8 @@ def test_with_eight_descriptors_listings_work(furnished, plain_binary):
     assert run("--list").status == 0
 
 
-@pytest.mark.parametrize("words", [SIMPLE_ADD, ("--update", "--id", "a", "--path", CGI)], ids=lambda words: words[0])
+@pytest.mark.parametrize("words", [
+    SIMPLE_ADD, ("--update", "--id", "a", "--path", CGI), ("--reread",)], ids=lambda words: words[0])
 def test_with_eight_descriptors_a_probe_is_refused_before_any_change(furnished, plain_binary, words):
     before = document(record("a"))
     furnished.registry = before

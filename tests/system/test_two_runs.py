@@ -64,9 +64,9 @@ def loaded(host):
 
 
 @pytest.mark.parametrize("records", [0, 10, 300])
-def test_additions_at_once_leave_a_registry_that_loads(busy_host, records):
+def test_additions_at_once_leave_a_registry_that_loads(busy_host, rounds, records):
     old = [f"old{n}" for n in range(records)]
-    for turn in range(3):
+    for turn in rounds:
         busy_host.registry = document(*(record(id) for id in old))
         new = [f"new{turn}-{n}" for n in range(AT_ONCE)]
         succeeded = []
@@ -81,7 +81,7 @@ def test_additions_at_once_leave_a_registry_that_loads(busy_host, records):
         assert found[-1] in succeeded
 
 
-def test_all_kinds_of_changes_at_once_leave_a_registry_that_loads(busy_host):
+def test_all_kinds_of_changes_at_once_leave_a_registry_that_loads(busy_host, rounds):
     busy_host.write(f"{PACKAGES}/p.conf", package(id="packed", name="8.1.2"))
     old = [f"old{n}" for n in range(20)]
     commands = (
@@ -89,7 +89,7 @@ def test_all_kinds_of_changes_at_once_leave_a_registry_that_loads(busy_host):
         + [("--update", "--id", f"old{n}", "--path", CGI) for n in range(10)] + [("--reread",)] * 4
         + [("--list-json",)] * 10)
     assert len(commands) == AT_ONCE
-    for turn in range(3):
+    for turn in rounds:
         busy_host.registry = document(*(record(id) for id in old))
         for words, (status, out, err) in zip(commands, at_once(busy_host, commands), strict=True):
             accepted = {

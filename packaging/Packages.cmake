@@ -38,6 +38,7 @@ set(CPACK_DEBIAN_PACKAGE_SECTION admin)
 set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_SUGGESTS "jq, logrotate")
+set(CPACK_DEBIAN_PACKAGE_ENHANCES "ansible-core")
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA ${CMAKE_CURRENT_SOURCE_DIR}/debian/conffiles
   ${CMAKE_CURRENT_SOURCE_DIR}/debian/postrm)
@@ -50,11 +51,10 @@ set(CPACK_RPM_PACKAGE_RELOCATABLE OFF)
 set(CPACK_RPM_PACKAGE_GROUP System/Base)
 set(CPACK_RPM_CHANGELOG_FILE ${CMAKE_CURRENT_BINARY_DIR}/changelog.rpm)
 set(CPACK_RPM_USER_FILELIST "%config(noreplace) /etc/logrotate.d/tamrix")
-# Folders of other packages.
+# Folders of the base system. Those of the shells and of Ansible are shared with packages that need not be there:
+# each owns them, and the last one takes them away.
 set(CPACK_RPM_EXCLUDE_FROM_AUTO_FILELIST_ADDITION
-  /etc/logrotate.d /opt /usr/sbin /var /var/log /usr/share/bash-completion /usr/share/bash-completion/completions
-  /usr/share/fish /usr/share/fish/vendor_completions.d /usr/share/zsh /usr/share/zsh/site-functions
-  /usr/share/man /usr/share/man/man5 /usr/share/man/man8)
+  /etc/logrotate.d /opt /usr/sbin /var /var/log /usr/share/man /usr/share/man/man5 /usr/share/man/man8)
 # What examples need is no need of the package.
 set(CPACK_RPM_REQUIRES_EXCLUDE_FROM /usr/share/doc/.*)
 set(CPACK_RPM_SPEC_MORE_DEFINE "%define packager ${TAMRIX_CONTACT}

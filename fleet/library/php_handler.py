@@ -1,4 +1,3 @@
-#!/usr/bin/python3
 """Ansible module: one custom PHP handler of a host, registered or not.
 
 The listing is read before and after; --add, --update and --remove are called for what differs. Messages are

@@ -4,8 +4,8 @@
 # that has one is not offered.
 _tamrix_ids() {
     command "$1" --list-json 2>/dev/null | awk '
-        /^\t"id":"/ { id = substr($0, 8, length($0) - 9) }
-        /^\t"system":false/ && id !~ /\\/ { print id }'
+        /^\t"id":/ { id = /:"/ ? substr($0, 8, length($0) - 9) : "" }
+        /^\t"system":false/ && id != "" && id !~ /\\/ { print id }'
 }
 
 # Offers those of the lines on standard input that continue $1, quoted. Readline keeps what stands before the last

@@ -5,8 +5,8 @@
 function __tamrix_ids
     set -l words (commandline -opc)
     command $words[1] --list-json 2>/dev/null | awk '
-        /^\t"id":"/ { id = substr($0, 8, length($0) - 9) }
-        /^\t"system":false/ && id !~ /\\\\/ { print id }'
+        /^\t"id":/ { id = /:"/ ? substr($0, 8, length($0) - 9) : "" }
+        /^\t"system":false/ && id != "" && id !~ /\\\\/ { print id }'
 end
 
 # An option of these commands that is not yet given. Where no option is begun, the last word is the option whose

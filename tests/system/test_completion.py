@@ -12,6 +12,10 @@ SHELLS = ["bash", "zsh", "fish"]
 HIDDEN = {"--no-set-dirty-flag"}
 NAMES = ["my-cgi", "with blank", "qu'ote $x", "host:80"]
 
+# What a shell would make something of, were it not quoted.
+ODD_NAMES = ["$(touch /opt/ovt/x)", "`touch /opt/ovt/x`", "a;b&c|d", "*", "a=b", "--x", "-x", "a!b", "Gr\u00fc\u00dfe",
+             "[x]", "{a,b}", "#", "%s", "a:b:c", " lead", "trail ", "<x>", "'", "$HOME", "(", "@x", "^", "a,b", "a ~"]
+
 pytestmark = pytest.mark.parametrize("shell", SHELLS)
 
 
@@ -67,6 +71,18 @@ def test_usage_program_manual_and_completion_know_the_same(desk, shell):
 @pytest.mark.parametrize("line", ["tamrix --remove --id ", "tamrix --update --type cgi --id "])
 def test_identifiers_are_those_of_custom_handlers(desk, shell, line):
     assert offered(desk, shell, line) == set(NAMES)
+
+
+def test_odd_identifiers_arrive_as_they_are(desk, shell):
+    desk.registry = document(*(record(name) for name in ODD_NAMES))
+    assert offered(desk, shell, "tamrix --remove --id ") == set(ODD_NAMES)
+    assert not desk.exists("/opt/ovt/x")
+
+
+def test_identifiers_that_json_escapes_or_leaves_out_are_not_offered(desk, shell):
+    desk.registry = document(record("of-a-package", system=True), record("y" * 4088), record('q\\"q'), record(""),
+                             record("b\\\\s"), record("l\\nl"), record("plain"))
+    assert offered(desk, shell, "tamrix --remove --id ") == {"plain"}
 
 
 def test_identifiers_are_live(desk, shell):

@@ -83,11 +83,21 @@ def reader_commands():
     return [first.removeprefix("# "), "./by-type.py cgi", "./by-type.sh cgi"]
 
 
+def read_listing(host, command):
+    shutil.copytree(EXAMPLES / "readers", host.path("/opt/ovt/readers"))
+    return host.run("/bin/sh", "-c", f"cd /opt/ovt/readers && {command}",
+                    env={"PATH": "/opt/ovt/admin/sbin:/usr/bin:/bin"})
+
+
 @pytest.mark.parametrize("command", reader_commands(), ids=["jq", "python", "shell"])
 def test_a_reader_prints_the_handlers_of_a_type(host, command):
-    shutil.copytree(EXAMPLES / "readers", host.path("/opt/ovt/readers"))
     host.registry = document(
         record("a", path="/one path"), record("b", type="fastcgi"), record("f", **FPM),
         record("c", path="/x", displayname="%22type%22%3A%22cgi%22%2C", system=True))
-    result = host.run("/bin/sh", "-c", f"cd /opt/ovt/readers && {command}", env={"PATH": "/opt/ovt/admin/sbin:/usr/bin:/bin"})
-    assert result == ok("a\t/one path\nc\t/x\n")
+    assert read_listing(host, command) == ok("a\t/one path\nc\t/x\n")
+
+
+@pytest.mark.parametrize("command, shown", zip(reader_commands(), ["", "None", "null"]), ids=["jq", "python", "shell"])
+def test_a_reader_shows_a_value_that_is_left_out(host, command, shown):
+    host.registry = document(record("a", path="/" * 4088))
+    assert read_listing(host, command) == ok(f"a\t{shown}\n")

@@ -3,7 +3,7 @@
 # path. Needs no JSON parser: members stand one on a line and in a fixed order.
 # Values are shown as JSON escapes them.
 tamrix --list-json | awk -F '"' -v type="$1" '
-    { value = $0; sub(/^\t"[a-z]*":"/, "", value); sub(/",$/, "", value) }
+    { value = $0; sub(/^\t"[a-z]*":"?/, "", value); sub(/"?,$/, "", value) }
     $2 == "id" { id = value }
     $2 == "path" { path = value }
     $2 == "type" && value == type { print id "\t" path }'

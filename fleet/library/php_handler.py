@@ -72,7 +72,10 @@ notes:
   - Check mode does not start interpreters or ask for services; what the program refuses because of them shows
     only in a real run.
   - A system handler comes from a package file. A task that would change one fails.
-  - The registry has no lock. Run one task per host at a time, which is what Ansible does.
+  - A value that the registry could not be read with again, because of a control character or its length, is
+    refused before anything is asked of the program.
+  - The registry is not locked by the program. The task holds the lock on /etc/ovt that tamrix(8) has every caller
+    take, as in C(flock /etc/ovt tamrix ...), and waits for it without a limit. A hook script must not take it.
 """
 
 EXAMPLES = r"""
@@ -135,7 +138,10 @@ stderr:
   type: str
 """
 
+import fcntl
 import json
+import os
+import string
 
 from ansible.module_utils.basic import AnsibleModule
 
@@ -144,6 +150,13 @@ FIELDS = ("displayname", "path", "clipath", "phpini", "type", "service", "poold"
 FPM_FIELDS = ("service", "poold")
 # An update that is given one of these reads the version again.
 PROBED = ("path", "clipath", "phpini")
+
+# The longest value, in bytes as the registry file has it.
+LIMIT = 4087
+# There a display name is percent-encoded but for these; in other values these take two bytes.
+PLAIN = (string.ascii_letters + string.digits + "-._~").encode()
+DOUBLED = b'\b\t\n\f\r"\\'
+FOLDER = "/etc/ovt"
 
 ARGUMENTS = {
     "id": {"type": "str", "required": True},
@@ -253,6 +266,35 @@ def predicted_change(listed, changes):
     return after
 
 
+def flaw(name, value):
+    """Why the registry could not be read again with the value in it, None where it could."""
+    data = value.encode()
+    if 0 in data:
+        return "holds a NUL"
+    if name == "displayname":
+        length = sum(1 if byte in PLAIN else 3 for byte in data)
+    elif any(byte < 0x20 and byte not in DOUBLED for byte in data):
+        return "holds a control character"
+    else:
+        length = len(data) + sum(byte in DOUBLED for byte in data)
+    return "is too long" if length > LIMIT else None
+
+
+def refuse_unreadable(module):
+    for name in ("id",) + FIELDS:
+        why = flaw(name, module.params[name] or "")
+        if why:
+            module.fail_json(msg=f"{name} {why}, and the registry could not be read again")
+
+
+def take_lock():
+    """Held until this process ends, not inherited. Where the folder cannot be opened, the program has more to say."""
+    try:
+        fcntl.flock(os.open(FOLDER, os.O_RDONLY), fcntl.LOCK_EX)
+    except OSError:
+        pass
+
+
 def wanted_values(module, listed):
     """The given values, checked for what the program would ignore or could not say well."""
     id = module.params["id"]
@@ -319,6 +361,8 @@ def absent(module, registry, id, listed):
 
 def main():
     module = AnsibleModule(argument_spec=ARGUMENTS, supports_check_mode=True)
+    refuse_unreadable(module)
+    take_lock()
     registry = Registry(module)
     id = module.params["id"]
     listed = registry.find(id)

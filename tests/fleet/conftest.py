@@ -110,9 +110,12 @@ class Fleet:
             by_host[line["host"]].append(line)
         return Run(done, by_host)
 
-    def task(self, *flags, task_environment=None, **arguments):
-        """One task with the module on every host."""
+    def task(self, *flags, task_environment=None, loop=None, **arguments):
+        """One task with the module on every host, once for each item when there is a loop."""
         task = {"php_handler": {"executable": WRAPPER, **arguments}, "environment": task_environment or {}}
+        if loop is not None:
+            # Texts that Ansible takes as they are.
+            task["loop"] = [{"__ansible_unsafe": item} for item in loop]
         file = self.folder / "playbook.yml"
         file.write_text(json.dumps([{"hosts": "all", "gather_facts": False, "tasks": [task]}]))
         return self.playbook(file, *flags, ANSIBLE_LIBRARY=str(ROOT / "fleet/library"))

@@ -14,7 +14,8 @@ from private_host import SCRIPT, data
 FOLDER = "/opt/ovt/completion"
 WORDS = "/opt/ovt/words"
 PATH = "/opt/ovt/admin/sbin:/usr/bin:/bin"
-RECORDING = f"tamrix() {{ printf '%s\\n' \"$@\" >{WORDS}; }}\n"
+VARIABLES = "/opt/ovt/variables"
+RECORDING = f"tamrix() {{ printf '%s\\n' \"$@\" >{WORDS}; typeset -p >{VARIABLES}; }}\n"
 START = {
     "bash": (["/usr/bin/bash", "--rcfile", f"{FOLDER}/rc.bash", "-i"],
              "rc.bash", f"source {FOLDER}/tamrix.bash\nbind '\"\\C-xa\": insert-completions'\n" + RECORDING),
@@ -69,7 +70,7 @@ def _fish(host, line):
         return result.out
 
     quoted = line.replace("\\", "\\\\").replace("'", "\\'")
-    offered = run(f"source {FOLDER}/tamrix.fish; complete --escape -C '{quoted}'")
+    offered = run(f"source {FOLDER}/tamrix.fish; complete --escape -C '{quoted}'; set --names >{VARIABLES}")
     # fish answers in its own quoting.
     return [run("echo -n " + text.split("\t")[0]) for text in offered.splitlines()]
 
@@ -82,3 +83,8 @@ def complete(host, shell, line):
         return _fish(host, line)
     offered = _at_terminal(host, shell, line)[len(line.split()) - (2 if unfinished else 1):]
     return [] if offered == [unfinished] else offered
+
+
+def variables(host):
+    """The names of the shell's variables when the last line was run."""
+    return set(re.findall(r"^(?:(?:declare|typeset|export)(?: -[-\w]+)* )?(\w+)", host.read(VARIABLES), re.MULTILINE))

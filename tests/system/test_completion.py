@@ -25,6 +25,7 @@ def desk(host):
     host.registry = document(*(record(name) for name in NAMES), record("of-a-package", system=True))
     host.write("/opt/ovt/place/one file")
     host.write("/opt/ovt/place/folder/x")
+    host.write("/opt/ovt/pools/a pool/x")
     return host
 
 
@@ -102,7 +103,9 @@ def test_a_new_identifier_is_not_offered(desk, shell):
     ("tamrix --rem", "--remove"), ("tamrix --update --ty", "--type"), ("tamrix --add --type fa", "fastcgi"),
     ("tamrix --add --type=fp", "--type=fpm"), ("tamrix --add --path /opt/ovt/place/o", "/opt/ovt/place/one file"),
     ("tamrix --add --clipath=/opt/ovt/place/o", "--clipath=/opt/ovt/place/one file"),
-    ("tamrix --update --poold /opt/ovt/place/", "/opt/ovt/place/folder")])
+    ("tamrix --update --poold /opt/ovt/place/", "/opt/ovt/place/folder"),
+    ("tamrix --update --poold /opt/ovt/pools/", "/opt/ovt/pools/a pool"),
+    ("tamrix --update --type cgi --id host:", "host:80")])
 def test_a_begun_word_is_finished(desk, shell, line, word):
     # What is left in the line differs: an equals sign where a value may follow, the slash of a folder.
     assert {found.rstrip("=/") for found in offered(desk, shell, line)} == {word}
@@ -132,3 +135,12 @@ def test_the_registry_is_not_touched(desk, shell):
     before = desk.registry
     shells.complete(desk, shell, "tamrix --remove --id my")
     assert desk.registry == before and desk.calls == []
+
+
+def test_no_variable_stays_in_the_shell(desk, shell):
+    for line in ("tamrix --remove --id ho", "tamrix --remove --", "tamrix --update --id=host:", "tamrix --re"):
+        shells.complete(desk, shell, line)
+        left = shells.variables(desk)
+        assert "PATH" in left
+        assert not left & {"line", "quoted", "kept", "command", "option", "fields", "word", "words", "previous", "typed",
+                           "given", "n", "ids", "dirty", "expl"}

@@ -83,6 +83,14 @@ def test_a_wrong_member_is_not_as_described(wrong):
     assert not LISTING.is_valid(whole)
 
 
+@pytest.mark.parametrize("whole", [[], {}, "php", None, {"php": {}}, {"php": None}, {"php": [[]]}, {"php": ["x"]}], ids=str)
+def test_a_document_of_another_shape_is_refused_and_not_as_described(host, whole):
+    assert not LISTING.is_valid(whole)
+    assert not REGISTRY.is_valid(whole)
+    host.registry = json.dumps(whole)
+    assert host.tamrix("--list-json").status == 1
+
+
 def test_new_members_are_as_described():
     whole = json.loads(FULL)
     whole["php"][1]["since"] = 1

@@ -121,6 +121,12 @@ def test_paths_are_offered(desk, shell, option):
     assert {path.removesuffix("/") for path in found} == {"/opt/ovt/place/one file", "/opt/ovt/place/folder"}
 
 
+@pytest.mark.parametrize("begun", ["--list ", "--list-json ", "--help ", "--reread /opt/ovt/place/",
+                                   "--remove --id my-cgi /opt/ovt/place/"])
+def test_no_other_words_are_offered(desk, shell, begun):
+    assert offered(desk, shell, f"tamrix {begun}") <= {"--help", "--no-set-dirty-flag"}
+
+
 @pytest.mark.parametrize("option", ["--displayname", "--service"])
 def test_free_texts_offer_nothing(desk, shell, option):
     assert offered(desk, shell, f"tamrix --update {option} ") == set()

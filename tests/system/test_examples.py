@@ -68,6 +68,15 @@ def test_the_service_of_the_changed_handler_is_reloaded(host, words, reloads):
     assert "Exit code: 0\n" in host.hook_log and "stderr: \n" in host.hook_log
 
 
+def test_a_service_that_cannot_be_looked_up_shows_in_the_log(host):
+    install(host, EXAMPLES / "php_configurator.d/20-reload-service", HOOKS)
+    host.registry = document(record("f", **FPM))
+    host.recorder("/opt/ovt/bin/systemctl")
+    assert host.shell('PATH=/opt/ovt/bin "$@"', "--update", "--id", "f", "--displayname", "x") == ok()
+    assert "Exit code: 127\n" in host.hook_log
+    assert "systemctl" not in "".join(host.calls)
+
+
 def test_the_change_is_sent_to_the_system_log(host):
     install(host, EXAMPLES / "php_configurator.d/30-tell-syslog", HOOKS)
     host.registry = document(record("--odd %s id"))

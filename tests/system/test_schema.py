@@ -75,11 +75,18 @@ def test_the_listing_without_a_member_is_not_as_described(member):
 
 
 @pytest.mark.parametrize("wrong", [
-    {"type": "FPM"}, {"type": None}, {"system": "false"}, {"system": None}, {"id": 1}, {"version": 8.2},
-    {"service": "s"}, {"poold": ""}], ids=str)
+    {"type": "FPM"}, {"type": None}, {"system": "false"}, {"system": None}, {"id": 1}, {"path": []}, {"clipath": 1},
+    {"phpini": {}}, {"version": 8.2}, {"displayname": True}, {"service": "s"}, {"poold": ""}], ids=str)
 def test_a_wrong_member_is_not_as_described(wrong):
     whole = json.loads(FULL)
     whole["php"][1].update(wrong)
+    assert not LISTING.is_valid(whole)
+
+
+@pytest.mark.parametrize("wrong", [{"service": 1}, {"poold": []}], ids=str)
+def test_a_wrong_member_of_fpm_is_not_as_described(wrong):
+    whole = json.loads(FULL)
+    whole["php"][3].update(wrong)
     assert not LISTING.is_valid(whole)
 
 

@@ -1,6 +1,7 @@
 # The .deb and the .rpm, each by one command: packaging/build deb|rpm. Nothing in them tells when, where or by whom
 # they were built: the time stamp is the date of the topmost heading in NEWS.
 
+# A stand-in: the domain is reserved, so that nobody gets the mail.
 set(TAMRIX_CONTACT "The tamrix authors <tamrix@example.org>" CACHE STRING "the packages' maintainer")
 
 file(STRINGS ${CMAKE_SOURCE_DIR}/NEWS headings REGEX "^tamrix ")

@@ -177,6 +177,34 @@ def test_the_readme_shows_what_happens(panel):
                 assert line == wanted
 
 
+TEXTS = ["README.md", "ARCHITECTURE.md", "CONTRIBUTING.md", "docs/hooks.md", "docs/package-files.md",
+         "docs/registry-file.md", "tests/registry/cases/README.md", "bench/README.md", "fuzz/README.md"]
+
+
+@pytest.mark.parametrize("name", TEXTS)
+def test_the_files_that_a_text_names_are_there(name):
+    """Links, and words in backquotes that begin with a folder of this tree or are one of its headers and sources."""
+    text = (ROOT / name).read_text(encoding="utf-8")
+    linked = [(ROOT / name).parent / link for link in re.findall(r"\]\(([^):]+)\)", text)]
+    folders = [path for path in ROOT.iterdir() if path.is_dir() and path.name != "build"]
+    begin = "|".join(folder.name for folder in folders)
+    quoted = [ROOT / word for word in re.findall(rf"`((?:{begin})/[\w./-]*)", text) if "NAME" not in word]
+    assert [path for path in linked + quoted if not path.exists()] == []
+    sources = re.findall(r"`(\w+\.(?:h|cpp))`", text)
+    assert [source for source in sources if not any(any(folder.rglob(source)) for folder in folders)] == []
+
+
+def test_the_licence_is_the_same_everywhere():
+    def words(text):
+        return re.sub(r"^ \.$", "", text, flags=re.MULTILINE).split()
+
+    licence = (ROOT / "LICENSE").read_text(encoding="utf-8").split("\n\n", 2)
+    packaged = (ROOT / "packaging/copyright").read_text(encoding="utf-8").split("\nLicense: Expat\n")
+    assert licence[0] == "MIT License"
+    assert licence[1].removeprefix("Copyright (c) ") in packaged[0]
+    assert words(licence[2]) == words(packaged[-1])
+
+
 def test_the_readme_stays_under_two_screens():
     assert len((ROOT / "README.md").read_text(encoding="utf-8").splitlines()) <= 100
 

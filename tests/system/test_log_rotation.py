@@ -65,3 +65,23 @@ def test_hooks_go_on_in_a_new_log(log):
     assert log.hook_log is None
     log.tamrix("--update", "--id", "a", "--type", "cgi")
     assert log.hook_log.count("Start: ") == 1
+
+
+def test_a_link_in_place_of_the_log_is_left_alone(log):
+    log.write("/var/log/quelm/elsewhere", "old\n")
+    log.path(HOOK_LOG).symlink_to("elsewhere")
+    rotate(log, "--force")
+    assert log.read("/var/log/quelm/elsewhere") == "old\n"
+    assert sorted(path.name for path in log.path("/var/log/quelm").iterdir()) == [
+        "elsewhere", "php_handler_configurators.log"]
+
+
+def test_records_of_a_command_that_runs_meanwhile_stay_out_of_the_new_log(log):
+    """The rule compresses at once, so the file that the command has open goes with what is written to it later."""
+    log.registry = document(record("a"))
+    log.write("/opt/ovt/state")
+    log.hook("10-rotate", f"/usr/sbin/logrotate --state /opt/ovt/state --force {RULE}")
+    log.write(HOOK_LOG, "old\n")
+    assert log.tamrix("--update", "--id", "a", "--type", "fastcgi") == ok()
+    assert kept(log) == [".1.gz"]
+    assert gzip.decompress(log.path(HOOK_LOG + ".1.gz").read_bytes()) == b"old\n"

@@ -32,7 +32,10 @@ class TimeOut(Exception):
     """The command took too long and was killed with everything that it had started in its group."""
 
 
-def limit_resources():
+def prepare_child():
+    # A shell that starts us in the background has these ignored.
+    for number in (signal.SIGINT, signal.SIGQUIT, signal.SIGHUP):
+        signal.signal(number, signal.SIG_DFL)
     resource.setrlimit(resource.RLIMIT_AS, (4 * GIGABYTE, 4 * GIGABYTE))
     resource.setrlimit(resource.RLIMIT_FSIZE, (GIGABYTE, GIGABYTE))
     resource.setrlimit(resource.RLIMIT_CORE, (0, 0))
@@ -85,8 +88,10 @@ def mirror(source, target):
         os.unlink(os.path.join(target, name))
     for name, state in wanted.items():
         if there.get(name) != state:
-            os.makedirs(os.path.dirname(os.path.join(target, name)), exist_ok=True)
-            shutil.copy2(os.path.join(source, name), os.path.join(target, name), follow_symlinks=False)
+            path = pathlib.Path(target, name)
+            path.parent.mkdir(parents=True, exist_ok=True)
+            path.unlink(missing_ok=True)
+            shutil.copy2(os.path.join(source, name), path, follow_symlinks=False)
 
 
 class Tree:
@@ -116,7 +121,7 @@ class Tree:
     def unit_test(self, program, words, seconds):
         """Whether the program, a path below tests/, ends with 0."""
         command = self.sandbox([PLACE / "tests" / program, *words])
-        return run(command, self.log, seconds, preexec_fn=limit_resources) == 0
+        return run(command, self.log, seconds, preexec_fn=prepare_child) == 0
 
     def system_tests(self, files, seconds):
         """Whether the shipped program passes the system tests, which stop at the first failure. One that shows
@@ -125,7 +130,7 @@ class Tree:
         command = ["/usr/bin/python3", "-m", "pytest", "-p", "no:cacheprovider", "-vx", "--tb=short", "--seed=1",
                    f"--binary={self.folder}/program/tamrix", f"--hosts={self.hosts}", *files]
         return run(command, self.log, seconds, quiet_seconds=20, cwd=ROOT / "tests/system",
-                   preexec_fn=limit_resources) == 0
+                   preexec_fn=prepare_child) == 0
 
     def bytes_of(self, name):
         path = self.folder / name

@@ -65,6 +65,15 @@ TEST(FatalMessage, NoNewlineIsAddedToAMessageThatHasOne) {
     EXPECT_EQ(say(1, 0, "").error, "\n");
 }
 
+TEST(FatalMessage, ATextThatCannotBeFormattedLeavesTheSystemError) {
+    const ChildOutcome outcome = inChild([] {
+        errno = ENOENT;
+        fatal_message(4, 0, "%ls", L"\x20ac");
+    });
+    EXPECT_EQ(outcome.error, "\nSystem error 2: No such file or directory\n");
+    EXPECT_EQ(outcome.exitStatus(), 4);
+}
+
 TEST(FatalMessage, StatusZeroReturnsWithErrnoAsItWas) {
     const ChildOutcome outcome = say(0, ENOENT, "only said");
     EXPECT_EQ(outcome.error, "only said\nSystem error 2: No such file or directory\n");

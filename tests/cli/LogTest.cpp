@@ -49,6 +49,16 @@ TEST(ConsoleLog, AnyOtherTargetIsSilent) {
     }
 }
 
+TEST(ConsoleLog, AMessageThatCannotBeFormattedIsNotWritten) {
+    const ChildOutcome outcome = inChild([] {
+        log_init("console", LOG_INFO, LOG_USER, LOG_PID, "tamrix");
+        log_message(LOG_ERR, "%ls", L"\x20ac");
+        log_message(LOG_ERR, "%s", "next");
+    });
+    EXPECT_EQ(outcome.error, "next\n");
+    EXPECT_EQ(outcome.output, "next\n");
+}
+
 TEST(ConsoleLog, APriorityAboveTheThresholdIsNotWritten) {
     EXPECT_EQ(sayOnConsole("stderr", LOG_WARNING, LOG_WARNING).error, "message number 7\n");
     EXPECT_EQ(sayOnConsole("stderr", LOG_WARNING, LOG_NOTICE).error, "");

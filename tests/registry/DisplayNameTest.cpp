@@ -1,6 +1,17 @@
 #include "registry/DisplayName.h"
 
+#include <cstdlib>
+#include <cstring>
+#include <functional>
+#include <iostream>
+#include <stdexcept>
+
+#include <curl/curl.h>
+#include <sys/mman.h>
+
 #include <gtest/gtest.h>
+
+#include "tests/support/InChild.h"
 
 namespace quelm {
 
@@ -11,6 +22,36 @@ PhpHandler named(const std::string& displayname, const std::string& version = ""
     handler.displayname = displayname;
     handler.version = version;
     return handler;
+}
+
+bool memoryIsOut = false;
+
+void* givenMemory(std::size_t size) {
+    return memoryIsOut ? nullptr : std::malloc(size);
+}
+void* movedMemory(void* block, std::size_t size) {
+    return memoryIsOut ? nullptr : std::realloc(block, size);
+}
+char* copiedText(const char* text) {
+    return memoryIsOut ? nullptr : ::strdup(text);
+}
+void* clearedMemory(std::size_t count, std::size_t size) {
+    return memoryIsOut ? nullptr : std::calloc(count, size);
+}
+
+// Prints what `convert` throws when libcurl, which is told its allocator once per process, gets no memory.
+std::string failureWithoutMemory(const std::function<void()>& convert) {
+    return test::inChild([&] {
+               ::curl_global_init_mem(CURL_GLOBAL_NOTHING, givenMemory, std::free, movedMemory, copiedText,
+                                      clearedMemory);
+               memoryIsOut = true;
+               try {
+                   convert();
+               } catch (const std::runtime_error& failure) {
+                   std::cout << failure.what();
+               }
+           })
+        .output;
 }
 
 } // namespace
@@ -79,6 +120,30 @@ TEST(EscapedDisplayName, EveryByteSurvivesTheRoundTrip) {
         name += static_cast<char>(byte);
     }
     EXPECT_EQ(unescapedDisplayName(escapedDisplayName(named(name))), name);
+}
+
+TEST(EscapedDisplayName, WithoutMemoryThereIsNoConversion) {
+    EXPECT_EQ(failureWithoutMemory([] { escapedDisplayName(named("PHP 8")); }),
+              "Unable to convert display name");
+    EXPECT_EQ(failureWithoutMemory([] { unescapedDisplayName("PHP%208"); }),
+              "Unable to convert display name");
+}
+
+// The pages behind the first are never touched, so this costs no memory.
+TEST(UnescapedDisplayName, MoreBytesThanLibcurlCanCountAreRefused) {
+    constexpr std::size_t size = std::size_t{1} << 31;
+    void* const block =
+        ::mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+    ASSERT_NE(block, MAP_FAILED);
+    *static_cast<char*>(block) = '%';
+    std::string message;
+    try {
+        unescapedDisplayName({static_cast<char*>(block), size});
+    } catch (const std::runtime_error& failure) {
+        message = failure.what();
+    }
+    EXPECT_EQ(message, "Display name is too long");
+    ::munmap(block, size);
 }
 
 } // namespace quelm

@@ -1,6 +1,20 @@
 #include "lib/process/lib/ArgVector.h"
 
+#include <new>
+
 #include <gmock/gmock.h>
+
+namespace {
+bool memoryIsOut = false;
+} // namespace
+
+extern "C" {
+char* __real_strdup(const char* text);
+char* __wrap_strdup(const char* text);
+char* __wrap_strdup(const char* text) {
+    return memoryIsOut ? nullptr : __real_strdup(text);
+}
+}
 
 namespace {
 
@@ -42,6 +56,14 @@ TEST(ArgVector, AssignmentReplacesAndSurvivesItself) {
     const ArgVector& same = arguments;
     arguments = same;
     EXPECT_THAT(arguments.get(), ElementsAre(StrEq("new"), StrEq("x"), IsNull()));
+}
+
+TEST(ArgVector, AnArgumentThatFindsNoMemoryChangesNothing) {
+    ArgVector arguments{"tool"};
+    memoryIsOut = true;
+    EXPECT_THROW(arguments.add("x"), std::bad_alloc);
+    memoryIsOut = false;
+    EXPECT_THAT(arguments.get(), ElementsAre(StrEq("tool"), IsNull()));
 }
 
 TEST(ArgVector, IsStillEndedByNullAfterBeingMovedFrom) {

@@ -127,6 +127,14 @@ TEST(ForkPipes, ADescriptorThatIsNotOpenEndsWith255) {
     EXPECT_EQ(captured.error(), "fork_execv: dup() failed: Bad file descriptor\n");
 }
 
+TEST(ForkPipes, WithoutADescriptorToSwapByTheChildEndsWith255) {
+    const CapturedStreams captured;
+    const FailedCall failing(Call::fcntl, EMFILE);
+    const ArgVector arguments{"true"};
+    EXPECT_EQ(statusOf(fork_execv_pipes(1, 0, 2, "/bin/true", arguments.data())), 255);
+    EXPECT_EQ(captured.error(), "fork_execv: dup() failed: Too many open files\n");
+}
+
 TEST(ForkPipes, AFailedForkEndsTheProcess) {
     const ChildOutcome result = runForked([] {
         failCall(Call::fork, EAGAIN);

@@ -46,6 +46,15 @@ TEST(UniqueFd, CloseEndsTheOwnershipAtOnce) {
     EXPECT_FALSE(isOpen(descriptor));
 }
 
+TEST(UniqueFd, MovingOntoItselfKeepsTheDescriptorOpen) {
+    UniqueFd owner(openNull());
+    const int descriptor = owner.get();
+    UniqueFd& same = owner;
+    owner = std::move(same);
+    EXPECT_EQ(owner.get(), descriptor);
+    EXPECT_TRUE(isOpen(descriptor));
+}
+
 TEST(UniqueFd, MovingLeavesTheSourceEmptyAndClosesTheOldOne) {
     UniqueFd first(openNull());
     UniqueFd second(openNull());

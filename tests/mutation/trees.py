@@ -9,6 +9,7 @@ A mutant can do anything that its program could by mistake. So a unit test has i
 machine's files to read only and an empty /tmp; system tests run in private hosts anyway. All have limits of time,
 memory and file size."""
 
+import hashlib
 import os
 import pathlib
 import resource
@@ -21,6 +22,7 @@ ROOT = pathlib.Path(__file__).resolve().parents[2]
 FOLDER = ROOT / "build/mutation"
 PLACE = FOLDER / "place"
 GIGABYTE = 1 << 30
+QUIET = 20  # seconds without a word; the longest test takes two
 BUILDS = {
     "tests": ["-DCMAKE_BUILD_TYPE=Debug", "-DCMAKE_CXX_FLAGS_DEBUG=-O0", "-DCMAKE_EXE_LINKER_FLAGS=-fuse-ld=lld"],
     "program": ["-DCMAKE_BUILD_TYPE=Release", "-DTAMRIX_GATE=release", "-DTAMRIX_LINK=archives",
@@ -121,16 +123,23 @@ class Tree:
     def unit_test(self, program, words, seconds):
         """Whether the program, a path below tests/, ends with 0."""
         command = self.sandbox([PLACE / "tests" / program, *words])
-        return run(command, self.log, seconds, preexec_fn=prepare_child) == 0
+        return run(command, self.log, seconds, QUIET, preexec_fn=prepare_child) == 0
 
     def system_tests(self, files, seconds):
-        """Whether the shipped program passes the system tests, which stop at the first failure. One that shows
-        nothing for so long hangs."""
+        """Whether the shipped program passes the system tests, which stop at the first failure."""
         shutil.rmtree(self.hosts, ignore_errors=True)
         command = ["/usr/bin/python3", "-m", "pytest", "-p", "no:cacheprovider", "-vx", "--tb=short", "--seed=1",
                    f"--binary={self.folder}/program/tamrix", f"--hosts={self.hosts}", *files]
-        return run(command, self.log, seconds, quiet_seconds=20, cwd=ROOT / "tests/system",
-                   preexec_fn=prepare_child) == 0
+        return run(command, self.log, seconds, QUIET, cwd=self.folder / "source/tests/system",
+                   env={**os.environ, "PYTHONDONTWRITEBYTECODE": "1"}, preexec_fn=prepare_child) == 0
+
+    def digest(self):
+        """Of all sources, tests included."""
+        digest = hashlib.sha256()
+        for path in sorted((self.folder / "source").rglob("*")):
+            digest.update(bytes(path.relative_to(self.folder)))
+            digest.update(path.read_bytes() if path.is_file() else b"")
+        return digest.hexdigest()
 
     def bytes_of(self, name):
         path = self.folder / name

@@ -125,9 +125,13 @@ def test_check_mode_without_the_program_fails(fleet):
 
 def test_a_doubled_identifier_is_told_and_the_first_one_counts(fleet):
     seed(fleet, document(record("a"), record("a", type="fastcgi")))
+    warning = "[Warning] conflicting handler with id `a' found. Ignoring"
     run = fleet.task(id="a", type="cgi")
-    assert run.changed() == on_all([False])
-    assert run.result("one")["warnings"] == ["[Warning] conflicting handler with id `a' found. Ignoring"]
+    assert (run.changed(), run.result("one")["warnings"]) == (on_all([False]), [warning])
+    # Told twice by the program: the change itself drops the second one.
+    run = fleet.task(id="a", displayname="new")
+    assert (run.changed(), run.result("one")["warnings"]) == (on_all([True]), [warning])
+    assert fleet.registries() == on_all(document(record("a", displayname="new")))
 
 
 def test_a_module_handler_keeps_its_type_and_may_lose_it(fleet):
@@ -163,7 +167,7 @@ def test_the_lock_of_other_callers_is_waited_for(fleet, check):
 
 
 def test_a_task_holds_the_lock_and_nothing_that_it_leaves_behind_does(fleet):
-    probe = "flock --nonblock /etc/ovt true && echo free || echo held"
+    probe = "flock --shared --nonblock /etc/ovt true && echo free || echo held"
     for name in NAMES:
         fleet[name].write(WRAPPER, f'#!/bin/sh\n({probe}) >>/opt/ovt/lock\nexec {TAMRIX} "$@"\n', 0o755)
     assert fleet.task(id="a", **NEW).changed() == on_all([True])

@@ -2,6 +2,7 @@
 #include <cerrno>
 #include <cstdarg>
 #include <cstring>
+#include <fstream>
 #include <string>
 #include <vector>
 
@@ -24,6 +25,7 @@ namespace {
 struct Faults {
     bool armed = false;
     std::vector<int> readErrors; // one per call, 0 for a real one
+    std::string growth;          // what the first read finds behind the file's end
     std::size_t longestTransfer = 1000000;
     int interruptedWrites = 0;
     int closeError = 0;
@@ -39,6 +41,10 @@ extern "C" {
 ssize_t __real_read(int descriptor, void* into, size_t count);
 ssize_t __wrap_read(int descriptor, void* into, size_t count);
 ssize_t __wrap_read(int descriptor, void* into, size_t count) {
+    if (faults.armed && !faults.growth.empty()) {
+        std::ofstream("/proc/self/fd/" + std::to_string(descriptor), std::ios::app) << faults.growth;
+        faults.growth.clear();
+    }
     if (faults.armed && !faults.readErrors.empty()) {
         const int error = faults.readErrors.front();
         faults.readErrors.erase(faults.readErrors.begin());
@@ -165,6 +171,12 @@ TEST_F(RegistryFaults, AnInterruptedReadIsRepeated) {
 
 TEST_F(RegistryFaults, ShortReadsAddUp) {
     faults.longestTransfer = 7;
+    EXPECT_EQ(loaded(), 1u);
+}
+
+TEST_F(RegistryFaults, AFileThatGrowsWhenItIsOpenIsReadToItsNewEnd) {
+    directory_.write("registry.json", document.substr(0, 20));
+    faults.growth = document.substr(20);
     EXPECT_EQ(loaded(), 1u);
 }
 

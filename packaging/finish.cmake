@@ -6,7 +6,6 @@ set(documents ${root}/usr/share/doc/tamrix)
 
 if(CPACK_GENERATOR STREQUAL DEB)
   configure_file(${TAMRIX_CHANGELOG} ${documents}/changelog COPYONLY)
-  file(MAKE_DIRECTORY ${root}/usr/share/lintian/overrides)
   configure_file(${TAMRIX_PACKAGING}/debian/lintian-overrides ${root}/usr/share/lintian/overrides/tamrix COPYONLY)
 else()
   file(MAKE_DIRECTORY ${root}/usr/share/zsh/site-functions)

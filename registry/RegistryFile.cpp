@@ -133,6 +133,7 @@ FileText readText(const std::string& path) {
         return unreadable(path);
     }
     if (!S_ISREG(status.st_mode)) {
+        log_message(LOG_ERR, "Unable to read %s: not a regular file", path.c_str());
         return {};
     }
     auto text = readToEnd(file.descriptor(), static_cast<std::size_t>(status.st_size));

@@ -174,10 +174,11 @@ def test_a_registry_that_cannot_be_written_is_reported_to_the_system_log_only(ph
     php_host.open_log()
     php_host.path("/etc/ovt/php_versions.json").mkdir()
     assert php_host.tamrix(*ADD, "cgi", "--id", "c") == ok("c\n")
-    (message,) = php_host.log_messages()
-    assert message.startswith("<11>")
-    assert re.search(r" tamrix\[\d+\]: ", message)
-    assert "/etc/ovt/php_versions.json" in message and "Is a directory" in message
+    read, written = php_host.log_messages()
+    for message in (read, written):
+        assert message.startswith("<11>") and re.search(r" tamrix\[\d+\]: ", message)
+    assert read.endswith(": Unable to read /etc/ovt/php_versions.json: not a regular file")
+    assert written.endswith(": Unable to open /etc/ovt/php_versions.json: Is a directory")
     assert php_host.calls == [f"{CGI} -n -v", DIRTY]
 
 

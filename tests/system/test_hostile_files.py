@@ -130,9 +130,15 @@ def bind_socket(path):
         os.close(folder)
 
 
+NO_FILE = f"Unable to read {REGISTRY}: not a regular file"
 UNREADABLE = {
+    "a folder": NO_FILE,
+    "a FIFO": NO_FILE,
     "a link loop": f"Unable to read {REGISTRY}: Too many levels of symbolic links",
+    "a link into a missing folder": None,
     "a socket": f"Unable to read {REGISTRY}: No such device or address",
+    "a link to an endless device": NO_FILE,
+    "a link to a device": NO_FILE,
 }
 
 
@@ -150,7 +156,7 @@ def test_in_the_registry_s_place_there_is(furnished, kind):
     before = path.lstat()
     action, text = reason if isinstance(reason, tuple) else ("open", reason)
     told = [] if text is None else [f"Unable to {action} {REGISTRY}: {text}"]
-    unread = [UNREADABLE[kind]] if kind in UNREADABLE else []
+    unread = [UNREADABLE[kind]] if UNREADABLE[kind] else []
     assert furnished.tamrix("--list") == ok(EMPTY_TABLE)
     assert furnished.tamrix("--remove", "--id", "x") == ok(err="[Warning] Handler with id `x' does not exist\n")
     assert furnished.tamrix("--update", "--id", "x") == failed("Handler with id=`x' not found\n")

@@ -18,17 +18,19 @@ def logged(host):
     return host
 
 
-def expect_one(host, level, text):
+def expect(host, level, *texts):
     messages = host.log_messages()
-    assert len(messages) == 1, messages
-    assert re.fullmatch(MESSAGE.format(8 + level, text), messages[0].rstrip("\0")), messages
+    assert len(messages) == len(texts), messages
+    for message, text in zip(messages, texts):
+        assert re.fullmatch(MESSAGE.format(8 + level, text), message.rstrip("\0")), messages
 
 
 def test_neither_log_variable_of_the_environment_is_consulted(logged):
     logged.path("/etc/ovt/php_versions.json").mkdir()
     result = logged.tamrix(*ADD, "cgi", env={"QUELM_LOG_TRACE_ID": "TRACE", "QUELM_LOG_LEVEL": "0"})
     assert (result.status, result.out, result.err) == (0, "x\n", "")
-    expect_one(logged, 3, re.escape("Unable to open /etc/ovt/php_versions.json: Is a directory"))
+    expect(logged, 3, re.escape("Unable to read /etc/ovt/php_versions.json: not a regular file"),
+           re.escape("Unable to open /etc/ovt/php_versions.json: Is a directory"))
 
 
 def test_no_trace_identifier_is_made_for_the_children(logged):
@@ -40,7 +42,7 @@ def test_no_trace_identifier_is_made_for_the_children(logged):
 def test_warnings_pass_the_threshold(logged):
     logged.recorder("/opt/ovt/admin/sbin/quelmrc", "kill -KILL $$")
     logged.tamrix(*ADD, "fpm", "--service", "s", "--poold", "/p")
-    expect_one(logged, 4, r"waitpid\((\d+)\)=\1: process '/opt/ovt/admin/sbin/quelmrc' killed by signal 9")
+    expect(logged, 4, r"waitpid\((\d+)\)=\1: process '/opt/ovt/admin/sbin/quelmrc' killed by signal 9")
 
 
 @pytest.mark.parametrize("signal", ['trap "" XFSZ; ', ""])
@@ -48,7 +50,7 @@ def test_a_save_that_is_cut_short_is_told_and_the_command_goes_on(logged, signal
     logged.registry = document(*(record(f"r{n}") for n in range(10)))
     result = logged.shell(signal + 'ulimit -f 1; exec "$@"', *ADD, "cgi")
     assert (result.status, result.out, result.err) == (0, "x\n", "")
-    expect_one(logged, 3, re.escape("Unable to write /etc/ovt/php_versions.json: File too large"))
+    expect(logged, 3, re.escape("Unable to write /etc/ovt/php_versions.json: File too large"))
 
 
 def test_a_normal_run_logs_nothing(logged):

@@ -68,10 +68,10 @@ Walk walkOpenDescriptors(int lowest) {
     return errno == 0 && metOwn ? Walk::done : Walk::abandoned;
 }
 
-// A table can have a thousand million slots, so counting down through it is left to kernels that cannot close
-// a range.
+// A table can have a thousand million slots, so counting down through it is left to kernels and system call
+// filters that do not let us close a range.
 void closeWholeRange(int lowest) {
-    if (::close_range(static_cast<unsigned>(lowest), UINT_MAX, 0) == 0 || errno != ENOSYS) {
+    if (::close_range(static_cast<unsigned>(lowest), UINT_MAX, 0) == 0) {
         return;
     }
     for (int number = ::getdtablesize(); number >= lowest; --number) {

@@ -189,16 +189,19 @@ TEST(CloseFrom, ADirectoryThatCannotBeOpenedFallsBack) {
               good);
 }
 
-TEST(CloseFrom, AKernelWithoutRangesHasEveryNumberClosed) {
-    EXPECT_EQ(statusOf([] {
-                  setDescriptorLimit(1024);
-                  openMore(20);
-                  failCall(Call::opendir, ENOENT);
-                  failCall(Call::closeRange, ENOSYS);
-                  quelm::closefrom(5);
-                  return isOpen(4) && openDescriptors(5, 1024).empty() ? good : 1;
-              }),
-              good);
+TEST(CloseFrom, WhereNoRangeCanBeClosedEveryNumberIs) {
+    for (const int refusal : {ENOSYS, EPERM}) { // an old kernel, a filter of system calls
+        EXPECT_EQ(statusOf([&] {
+                      setDescriptorLimit(1024);
+                      openMore(20);
+                      failCall(Call::opendir, ENOENT);
+                      failCall(Call::closeRange, refusal);
+                      quelm::closefrom(5);
+                      return isOpen(4) && openDescriptors(5, 1024).empty() ? good : 1;
+                  }),
+                  good)
+            << refusal;
+    }
 }
 
 TEST(CloseFrom, AHugeTableTakesLessThanASecondOnBothRoads) {

@@ -267,16 +267,17 @@ def predicted_change(listed, changes):
 
 
 def flaw(name, value):
-    """Why the registry could not be read again with the value in it, None where it could."""
+    """Why the handler could not be read again with the value in it, None where it could."""
     data = value.encode()
     if 0 in data:
         return "holds a NUL"
+    controls = sum(byte < 0x20 and byte not in DOUBLED for byte in data)
+    length = len(data) + sum(byte in DOUBLED for byte in data) + 5 * controls
     if name == "displayname":
-        length = sum(1 if byte in PLAIN else 3 for byte in data)
-    elif any(byte < 0x20 and byte not in DOUBLED for byte in data):
+        # The registry has it percent-encoded, the listing does not.
+        length = max(length, sum(1 if byte in PLAIN else 3 for byte in data))
+    elif controls:
         return "holds a control character"
-    else:
-        length = len(data) + sum(byte in DOUBLED for byte in data)
     return "is too long" if length > LIMIT else None
 
 
@@ -284,7 +285,7 @@ def refuse_unreadable(module):
     for name in ("id",) + FIELDS:
         why = flaw(name, module.params[name] or "")
         if why:
-            module.fail_json(msg=f"{name} {why}, and the registry could not be read again")
+            module.fail_json(msg=f"{name} {why}, and the handler could not be read again")
 
 
 def take_lock():

@@ -1,12 +1,12 @@
 # Completion of tamrix for fish.
 
-# Identifiers of the handlers that can be changed. A JSON escape is left as it is, so an identifier that has one is
-# not offered.
+# Identifiers of the handlers that can be changed. Not offered is one with a JSON escape, which is left as it is, or with
+# a tilde in front, which fish does not quote.
 function __tamrix_ids
     set -l words (commandline -opc)
     command $words[1] --list-json 2>/dev/null | awk '
         /^\t"id":/ { id = /:"/ ? substr($0, 8, length($0) - 9) : "" }
-        /^\t"system":false/ && id != "" && id !~ /\\\\/ { print id }'
+        /^\t"system":false/ && id != "" && id !~ /\\\\|^~/ { print id }'
 end
 
 # An option of these commands that is not yet given. Where no option is begun, the last word is the option whose

@@ -72,7 +72,7 @@ def refused(fleet, flags, field, value, why):
     assert (run.status, run.outcomes()) == (2, on_all(["failed"]))
     assert fleet.registries() == before
     for name in NAMES:
-        assert run.result(name)["msg"] == f"{field} {why}, and the registry could not be read again"
+        assert run.result(name)["msg"] == f"{field} {why}, and the handler could not be read again"
         assert fleet.words(name) == []
 
 

@@ -120,6 +120,7 @@ def test_what_cannot_be_is_refused(params, listed, said):
     ("path", "\t\n\b\f\r", None), ("path", "\x01", "holds a control character"), ("path", "\x7f", None),
     ("path", "\\" * 2043 + "x", None), ("path", "\\" * 2044, "is too long"), ("path", "\u00fc" * 2043, None),
     ("displayname", "\x01\x1f", None), ("displayname", "\0", "holds a NUL"), ("displayname", "aZ09-._~" * 510, None),
+    ("displayname", "\x01" * 681, None), ("displayname", "\x01" * 682, "is too long"),
     ("displayname", "\u00fc" * 681, None), ("displayname", "\u00fc" * 681 + "xx", "is too long"),
 ])
 def test_what_the_registry_cannot_hold(name, value, flaw):

@@ -86,6 +86,12 @@ def test_identifiers_that_json_escapes_or_leaves_out_are_not_offered(desk, shell
     assert offered(desk, shell, "tamrix --remove --id ") == {"plain"}
 
 
+def test_a_tilde_in_front_is_offered_where_it_can_be_quoted(desk, shell):
+    desk.registry = document(record("~"), record("~root"), record("plain"))
+    expected = {"plain"} if shell == "fish" else {"~", "~root", "plain"}
+    assert offered(desk, shell, "tamrix --remove --id ") == expected
+
+
 def test_identifiers_are_live(desk, shell):
     desk.registry = document(record("another"))
     assert offered(desk, shell, "tamrix --remove --id ") == {"another"}

@@ -16,8 +16,10 @@ build_bench() {
 
 # new_host: a private host with our program, the bench programs in /opt/ovt/bench and sibling tools that do nothing.
 new_host() {
-    host=$(mktemp -d "${TMPDIR:-/tmp}/tamrix-bench.XXXXXX")
+    host=
     trap 'rm -rf "$host"' EXIT
+    trap 'exit 130' INT TERM
+    host=$(mktemp -d "${TMPDIR:-/tmp}/tamrix-bench.XXXXXX")
     tests/support/private-host create "$host" build/bench/tamrix
     mkdir -p "$host/opt/ovt/bench"
     cp "$programs"/{spawn,capture,children,interpreter,yardstick} "$host/opt/ovt/bench/"

@@ -21,10 +21,23 @@ as_root() {
     fi
 }
 
-# install_missing PACKAGE...: silent when all are there; otherwise says in one line what it installs.
-# Services of the installed packages are not started. Fails with apt's own words when apt fails.
+# As root: Debian's answer of "do not start services" is laid down unless there is one, and goes when apt has ended, is
+# interrupted or killed by the terminal.
+# shellcheck disable=SC2016 # for the shell inside
+install_quietly='
+    policy=/usr/sbin/policy-rc.d
+    if [ ! -e "$policy" ]; then
+        trap "rm -f $policy" EXIT
+        trap "exit 130" INT TERM HUP
+        printf "#!/bin/sh\nexit 101\n" >"$policy"
+        chmod 755 "$policy"
+    fi
+    apt-get update -qq && apt-get install -y -qq --no-install-recommends "$@"'
+
+# install_missing PACKAGE...: silent when all are there; otherwise says in one line what it installs. Services of the
+# installed packages are not started. Fails with apt's own words when apt fails.
 install_missing() {
-    local installed package missing=() log policy=/usr/sbin/policy-rc.d own_policy=no status=0
+    local installed package missing=() log status=0
     # shellcheck disable=SC2016 # the braces are dpkg-query's
     installed=$(dpkg-query -W -f='${db:Status-Status}:${Package}\n' "$@" 2>/dev/null) || true
     for package in "$@"; do
@@ -32,17 +45,8 @@ install_missing() {
     done
     [[ ${#missing[@]} -gt 0 ]] || return 0
     echo "Installing: ${missing[*]}"
-    if [[ ! -e $policy ]]; then
-        own_policy=yes
-        printf '#!/bin/sh\nexit 101\n' | as_root tee "$policy" >/dev/null
-        as_root chmod 755 "$policy"
-    fi
-    log=$(as_root env LC_ALL=C.UTF-8 DEBIAN_FRONTEND=noninteractive sh -c '
-        apt-get update -qq && apt-get install -y -qq --no-install-recommends "$@"' sh "${missing[@]}" \
+    log=$(as_root env LC_ALL=C.UTF-8 DEBIAN_FRONTEND=noninteractive sh -c "$install_quietly" sh "${missing[@]}" \
         </dev/null 2>&1) || status=$?
-    if [[ $own_policy == yes ]]; then
-        as_root rm -f "$policy"
-    fi
     if [[ $status -ne 0 ]]; then
         printf '%s\n' "$log" >&2
     fi

@@ -180,6 +180,16 @@ TEST_F(RegistryFaults, AFileThatGrowsWhenItIsOpenIsReadToItsNewEnd) {
     EXPECT_EQ(loaded(), 1u);
 }
 
+// No child inherits the file, no terminal in its place becomes ours, no FIFO holds us up.
+TEST_F(RegistryFaults, TheFileIsOpenedForThisProcessAlone) {
+    EXPECT_EQ(loaded(), 1u);
+    EXPECT_EQ(faults.openFlags, std::vector<int>{O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK});
+    faults.openFlags.clear();
+    EXPECT_EQ(saved(), "");
+    EXPECT_EQ(faults.openFlags,
+              std::vector<int>{O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOCTTY | O_NONBLOCK});
+}
+
 TEST_F(RegistryFaults, ALeaseOnTheFileIsWaitedForWhenLoading) {
     faults.openError = EWOULDBLOCK;
     EXPECT_EQ(loaded(), 1u);

@@ -1,5 +1,6 @@
 #include "lib/process/lib/Exc.h"
 
+#include <algorithm>
 #include <iostream>
 #include <sstream>
 #include <typeinfo>
@@ -68,6 +69,14 @@ TEST(Exc, AStandardExceptionCanBeCastToItsTrace) {
     std::ostringstream text;
     trace->print(text);
     EXPECT_EQ(text.str().rfind("Traceback:\n\t", 0), 0u);
+}
+
+// Eleven frames are captured, and a test lies deeper than that.
+TEST(Exc, ItsTraceLeavesOutTheOneFrameThatCapturesIt) {
+    std::ostringstream text;
+    makeFailure().print(text);
+    const std::string lines = text.str();
+    EXPECT_EQ(std::count(lines.begin(), lines.end(), '\t'), 10) << lines;
 }
 
 TEST(Exc, ItsTypeReadsInFull) {

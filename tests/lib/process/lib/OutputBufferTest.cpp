@@ -80,6 +80,20 @@ TEST_F(OutputBufferTest, KeepsNulBytesAndTerminatesBehindThem) {
     EXPECT_EQ(std::string(text.get(), 4), std::string("a\0b\0", 4));
 }
 
+TEST_F(OutputBufferTest, WhatComesAfterTheReleaseHasABlockOfItsOwn) {
+    put(3);
+    readOnce();
+    const CText first(buffer.release());
+    EXPECT_EQ(buffer.length(), 0U);
+    EXPECT_EQ(buffer.capacity(), 0U);
+    put(2);
+    readOnce();
+    EXPECT_EQ(buffer.length(), 2U);
+    const CText second(buffer.release());
+    EXPECT_STREQ(first.get(), "xxx");
+    EXPECT_STREQ(second.get(), "xx");
+}
+
 TEST_F(OutputBufferTest, NothingToReadYetIsNoFailure) {
     const CapturedStreams captured;
     readOnce();

@@ -3,6 +3,7 @@
 #include <memory_resource>
 #include <new>
 #include <string>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -23,6 +24,29 @@ std::string documentOf(std::size_t count) {
         text += (i == 0 ? "" : ",\n") + record;
     }
     return text + "]}";
+}
+
+// A document of one record whose members stand in this order; each text is its member's name.
+std::string documentInOrder(const std::vector<std::string>& names) {
+    std::string members;
+    for (const std::string& name : names) {
+        members += members.empty() ? "" : ",";
+        members += '"' + name + "\":" + (name == "system" ? "true" : '"' + name + '"');
+    }
+    return R"({"php":[{)" + members + "}]}";
+}
+
+void expectEveryMember(const HandlerObject& handler) {
+    EXPECT_STREQ(handler.id, "id");
+    EXPECT_STREQ(handler.path, "path");
+    EXPECT_STREQ(handler.clipath, "clipath");
+    EXPECT_STREQ(handler.phpini, "phpini");
+    EXPECT_STREQ(handler.version, "version");
+    EXPECT_STREQ(handler.displayname, "displayname");
+    EXPECT_STREQ(handler.type, "type");
+    EXPECT_TRUE(handler.system);
+    EXPECT_STREQ(handler.service, "service");
+    EXPECT_STREQ(handler.poold, "poold");
 }
 
 // Grants a number of allocations and then none.
@@ -67,6 +91,24 @@ std::string failureOfLoading(const std::string& text) {
 }
 
 } // namespace
+
+TEST(RegistryDocument, AnyMemberMayFollowAnyOther) {
+    const std::vector<std::string> names{"id",          "path", "clipath", "phpini",  "version",
+                                         "displayname", "type", "system",  "service", "poold"};
+    for (std::size_t first = 0; first < names.size(); ++first) {
+        for (std::size_t second = 0; second < names.size(); ++second) {
+            std::vector<std::string> order = names;
+            std::swap(order[0], order[first]);
+            std::swap(order[1], order[second]);
+            std::string text = documentInOrder(order);
+            SCOPED_TRACE(text);
+            RegistryDocument document(text.data());
+            ASSERT_TRUE(document.parse());
+            ASSERT_EQ(document.handlers().size(), 1u);
+            expectEveryMember(document.handlers()[0]);
+        }
+    }
+}
 
 TEST(RegistryDocument, HasRoomForEighteenAndDoubles) {
     for (const auto& [count, capacity] :

@@ -70,6 +70,17 @@ TEST(ForkExecFd, TheChildHasNothingElseOpen) {
     EXPECT_EQ(readAll(output->readEnd.get()), "0\n1\n2\n3\n"); // 3 is the listed directory itself
 }
 
+// The shell counts its standard descriptors and the one that it reads the folder through.
+TEST(ForkExecFd, TheChildGetsNoDescriptorWhereverTheyBegin) {
+    const ChildOutcome result = runForked([] {
+        for (int descriptor = 3; descriptor < 9; ++descriptor) {
+            ::dup2(STDIN_FILENO, descriptor);
+        }
+        return fork_exec_fd(-1, -1, "/bin/sh", "-c", "set -- /proc/self/fd/*; exit $#", nullptr);
+    });
+    EXPECT_EQ(result.exitStatus(), 4);
+}
+
 TEST(ForkExecFd, LeavesNoDescriptorAndNoChild) {
     const CapturedStreams captured;
     const std::set<std::string> before = openDescriptors();
@@ -107,6 +118,13 @@ TEST(ForkExecFd, AFailedFork) {
 
 TEST(ForkExecFd, AProgramThatCannotBeRun) {
     const CapturedStreams captured;
+    EXPECT_EQ(fork_exec_fd(-1, -1, "/no/such", nullptr), -1);
+    EXPECT_EQ(captured.error(), "Error occured during execv():\nNo such file or directory.\n");
+}
+
+TEST(ForkExecFd, AnInterruptedReadOfTheReasonIsRepeated) {
+    const CapturedStreams captured;
+    failCallOnce(Call::read, EINTR);
     EXPECT_EQ(fork_exec_fd(-1, -1, "/no/such", nullptr), -1);
     EXPECT_EQ(captured.error(), "Error occured during execv():\nNo such file or directory.\n");
 }

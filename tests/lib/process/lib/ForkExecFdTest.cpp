@@ -144,6 +144,13 @@ TEST(ForkExecFd, ADescriptorThatIsNotOpen) {
     EXPECT_EQ(captured.error(), "fork_execv: dup() failed: Bad file descriptor\n");
 }
 
+TEST(ForkExecFd, NoNumberForTheReasonEndsTheChildWith255) {
+    const CapturedStreams captured;
+    const FailedCall failing(Call::fcntl, EMFILE);
+    EXPECT_EQ(fork_exec_fd(-1, -1, "/bin/true", nullptr), 255);
+    EXPECT_EQ(captured.error(), "fork_execv: dup() failed: Too many open files\n");
+}
+
 TEST(ForkExecFd, AKilledProgram) {
     const TempDir directory;
     const std::string script = directory.script("killed", "echo $$ > \"$1\"; kill -KILL $$");

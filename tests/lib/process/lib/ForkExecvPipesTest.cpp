@@ -204,4 +204,16 @@ TEST_F(ForkExecvPipes, Dup2CustomThrowsWithTheReason) {
     }
 }
 
+TEST_F(ForkExecvPipes, WithoutAnErrorStreamOfItsOwnTheChildComplainsOnOurs) {
+    const auto outcome = inChild([] {
+        const pid_t child =
+            quelm::forkExecvPipes(999, -1, -1, "/bin/true", ArgVector{"true"}.get(), "", true, {});
+        int status = 0;
+        ::waitpid(child, &status, 0);
+        ::_exit(WIFEXITED(status) ? WEXITSTATUS(status) : 99);
+    });
+    EXPECT_EQ(outcome.exitStatus(), 1);
+    EXPECT_EQ(outcome.error, "dup2Custom failed: Bad file descriptor\n");
+}
+
 } // namespace

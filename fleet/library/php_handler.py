@@ -72,6 +72,8 @@ notes:
   - Check mode does not start interpreters or ask for services; what the program refuses because of them shows
     only in a real run.
   - A system handler comes from a package file. A task that would change one fails.
+  - The identifiers C(module), C(cgi) and C(fastcgi) are the packages'. C(tamrix --reread), which package scripts
+    call, drops a custom handler with one of them without a word; choose another.
   - A value that the registry could not be read with again, because of a control character or its length, is
     refused before anything is asked of the program.
   - The registry is not locked by the program. The task holds the lock on /etc/ovt that tamrix(8) has every caller

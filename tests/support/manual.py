@@ -15,8 +15,13 @@ ROOT = pathlib.Path(__file__).resolve().parents[2]
 FOLDER = ROOT / "docs/man"
 PAGES = sorted(FOLDER.iterdir())
 
-ESCAPES = {"\\e": "\\", "\\&": "", "\\ ": " ", "\\(aq": "'", "\\(ga": "`", "\\(ti": "~", "\\(ha": "^"}
+ESCAPES = {"\\e": "\\", "\\&": "", "\\ ": " ", "\\(dq": '"', "\\(aq": "'", "\\(ga": "`", "\\(ti": "~", "\\(ha": "^"}
 DISPLAY = re.compile(r'^(?:\.\\" (\w+)(?: (\S+))?\n)?\.Bd -literal.*\n((?:.*\n)*?)\.Ed$', re.MULTILINE)
+
+
+def plain(source):
+    """What the reader sees of a line; an escape that is not known is an error."""
+    return re.sub(r"\\(\(..|.)", lambda found: ESCAPES[found[0]], source)
 
 
 @dataclasses.dataclass
@@ -28,8 +33,7 @@ class Display:
 
     @property
     def text(self):
-        """What the reader sees; an escape that is not known is an error."""
-        return re.sub(r"\\(\(..|.)", lambda found: ESCAPES[found[0]], self.source)
+        return plain(self.source)
 
 
 def displays(page):

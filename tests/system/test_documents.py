@@ -10,7 +10,7 @@ import debian_php
 import manual
 from manual import ROOT
 from private_host import HOOK_LOG, HOOKS, PACKAGES, SCRIPT, ok
-from registry_text import package
+from registry_text import document, package, record
 
 EXAMPLES_INSTALLED = "/usr/share/doc/tamrix/examples"
 EXAMPLES = "/opt/ovt/examples"
@@ -149,7 +149,9 @@ def test_the_messages_of_the_docs_are_printed(host):
     printed = host.tamrix("--reread").err
     host.registry = "x"
     printed += host.tamrix("--list").err
-    assert len(shown) == 3
+    host.registry = document(record("a", type="CGI"))
+    printed += host.tamrix("--list").err
+    assert len(shown) == 4
     for line in shown:
         assert line + "\n" in printed
 

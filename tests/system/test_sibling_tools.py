@@ -1,6 +1,7 @@
 """The sibling tools, seen through --add and --update."""
 
 import re
+import time
 
 import pytest
 
@@ -122,5 +123,16 @@ def test_a_service_tool_that_ignores_its_closed_outputs_is_waited_for(php_host):
 
 
 def test_a_background_process_of_the_service_tool_is_not_waited_for(php_host):
+    """What it leaves behind and holds its outputs is given up after a second of silence."""
     php_host.recorder(f"{SBIN}/quelmrc", "sleep 60 &\nexit 0")
+    before = time.monotonic()
     assert php_host.tamrix(*FPM, "s", timeout=30) == ok("x\n")
+    assert 1 <= time.monotonic() - before < 15
+
+
+@pytest.mark.parametrize("tool", ["quotagate", "depotctl"])
+def test_a_background_process_of_another_tool_is_waited_for(php_host, tool):
+    php_host.recorder(f"{SBIN}/{tool}", "sleep 2.5 &\nexit 0")
+    before = time.monotonic()
+    assert php_host.tamrix(*FPM, "s", timeout=30) == ok("x\n")
+    assert time.monotonic() - before >= 2.5

@@ -77,6 +77,17 @@ def test_a_service_that_cannot_be_looked_up_shows_in_the_log(host):
     assert "systemctl" not in "".join(host.calls)
 
 
+def test_a_listing_that_fails_shows_in_the_log(host):
+    install(host, EXAMPLES / "php_configurator.d/20-reload-service", HOOKS)
+    host.registry = document(record("f", **FPM))
+    host.recorder("/opt/ovt/bin/systemctl")
+    host.hook("10-break", "echo broken >/etc/ovt/php_versions.json")
+    words = ("--update", "--id", "f", "--displayname", "x")
+    assert host.tamrix(*words, env={"PATH": "/opt/ovt/bin:/usr/bin:/bin"}) == ok()
+    assert host.hook_log.endswith("Exit code: 5\n")
+    assert "systemctl" not in "".join(host.calls)
+
+
 def test_the_change_is_sent_to_the_system_log(host):
     install(host, EXAMPLES / "php_configurator.d/30-tell-syslog", HOOKS)
     host.registry = document(record("--odd %s id"))
@@ -86,16 +97,26 @@ def test_the_change_is_sent_to_the_system_log(host):
     assert message.endswith("php-handlers: update: --odd %s id, PHP 8.1.2 (cgi) at /opt/ovt/php/php-cgi")
 
 
+@pytest.mark.parametrize("id", ["a", "last"])
+def test_a_removal_is_sent_to_the_system_log_without_another_handler(host, id):
+    install(host, EXAMPLES / "php_configurator.d/30-tell-syslog", HOOKS)
+    host.registry = document(record("a"), record("last"))
+    host.open_log()
+    assert host.tamrix("--remove", "--id", id) == ok()
+    (message,) = host.log_messages()
+    assert message.endswith("php-handlers: remove: a handler is gone")
+
+
 def reader_commands():
     """The jq program's first line is the command that runs it."""
     first = (EXAMPLES / "readers/by-type.jq").read_text(encoding="utf-8").splitlines()[0]
     return [first.removeprefix("# "), "./by-type.py cgi", "./by-type.sh cgi"]
 
 
-def read_listing(host, command):
+def read_listing(host, command, **more):
     shutil.copytree(EXAMPLES / "readers", host.path("/opt/ovt/readers"))
     return host.run("/bin/sh", "-c", f"cd /opt/ovt/readers && {command}",
-                    env={"PATH": "/opt/ovt/admin/sbin:/usr/bin:/bin"})
+                    env={"PATH": "/opt/ovt/admin/sbin:/usr/bin:/bin", **more})
 
 
 @pytest.mark.parametrize("command", reader_commands(), ids=["jq", "python", "shell"])
@@ -104,6 +125,22 @@ def test_a_reader_prints_the_handlers_of_a_type(host, command):
         record("a", path="/one path"), record("b", type="fastcgi"), record("f", **FPM),
         record("c", path="/x", displayname="%22type%22%3A%22cgi%22%2C", system=True))
     assert read_listing(host, command) == ok("a\t/one path\nc\t/x\n")
+
+
+@pytest.mark.parametrize("command", reader_commands(), ids=["jq", "python", "shell"])
+def test_a_reader_fails_without_a_listing(host, command):
+    host.registry = "broken"
+    done = read_listing(host, command)
+    assert done.status != 0 and done.out == ""
+    assert done.err.startswith("Error reading /etc/ovt/php_versions.json: ")
+
+
+@pytest.mark.parametrize("locale", ["C", "C.UTF-8"])
+@pytest.mark.parametrize("command, shown", zip(reader_commands(), ["\ufffd", "\udcff", "\udcff"]),
+                         ids=["jq", "python", "shell"])
+def test_a_reader_copes_with_a_path_that_is_no_utf_8(host, command, shown, locale):
+    host.registry = document(record("a", path="/\udcff"), record("b", path="/b"))
+    assert read_listing(host, command, LC_ALL=locale) == ok(f"a\t/{shown}\nb\t/b\n")
 
 
 @pytest.mark.parametrize("command, shown", zip(reader_commands(), ["", "None", "null"]), ids=["jq", "python", "shell"])

@@ -1,12 +1,14 @@
 #!/usr/bin/python3
 """by-type.py TYPE: one line per handler of the type: its identifier, a tab,
-its path."""
+its path. Bytes that are no UTF-8 are passed on as they are."""
 import json
 import subprocess
 import sys
 
+BYTES = {"encoding": "utf-8", "errors": "surrogateescape"}
 listing = subprocess.run(["tamrix", "--list-json"], stdout=subprocess.PIPE,
-                         check=True).stdout
+                         check=True, **BYTES).stdout
+sys.stdout.reconfigure(**BYTES)
 for handler in json.loads(listing)["php"]:
     if handler["type"] == sys.argv[1]:
         print(handler["id"], handler["path"], sep="\t")

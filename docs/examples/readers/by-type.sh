@@ -2,7 +2,9 @@
 # by-type.sh TYPE: one line per handler of the type: its identifier, a tab, its
 # path. Needs no JSON parser: members stand one on a line and in a fixed order.
 # Values are shown as JSON escapes them.
-tamrix --list-json | awk -F '"' -v type="$1" '
+set -eu
+listing=$(tamrix --list-json)
+printf '%s\n' "$listing" | LC_ALL=C awk -F '"' -v type="$1" '
     { value = $0; sub(/^\t"[a-z]*":"?/, "", value); sub(/"?,$/, "", value) }
     $2 == "id" { id = value }
     $2 == "path" { path = value }

@@ -1,5 +1,6 @@
 """Manual, README, docs and NEWS say what is so: every example in them is run or compared."""
 
+import datetime
 import re
 import shutil
 import subprocess
@@ -211,7 +212,11 @@ def test_the_readme_stays_under_two_screens():
     assert len((ROOT / "README.md").read_text(encoding="utf-8").splitlines()) <= 100
 
 
-def test_news_begins_with_the_version_that_is_built():
+def test_news_begins_with_the_version_that_is_built_and_with_the_date_of_the_manual():
     built = re.search(r"project\(tamrix VERSION (\S+)", (ROOT / "CMakeLists.txt").read_text(encoding="utf-8"))[1]
     news = (ROOT / "NEWS").read_text(encoding="utf-8")
-    assert re.search(r"^tamrix (\S+) \(\d{4}-\d\d-\d\d\)$", news, re.MULTILINE)[1] == built
+    version, date = re.search(r"^tamrix (\S+) \((\d{4}-\d\d-\d\d)\)$", news, re.MULTILINE).groups()
+    assert version == built
+    day = datetime.date.fromisoformat(date)
+    for page in manual.PAGES:
+        assert page.read_text(encoding="utf-8").startswith(f".Dd {day:%B} {day.day}, {day.year}\n"), page.name

@@ -73,3 +73,14 @@ def synopsis():
         command, *options = ["-" + word for word in re.findall(r"\bFl (\S+)", part)]
         named[command] = set(options)
     return named
+
+
+def needed_options():
+    """{command: the options that its synopsis shows without brackets}."""
+    page = (FOLDER / "tamrix.8").read_text(encoding="utf-8")
+    body = re.search(r"^\.Sh SYNOPSIS\n((?:(?!\.Sh ).*\n)*)", page, re.MULTILINE)[1]
+    needed = {}
+    for part in body.split(".Nm\n")[1:]:
+        command, *options = re.findall(r"^\.Fl (-\S+)", part, re.MULTILINE)
+        needed["-" + command] = {"-" + option for option in options}
+    return needed

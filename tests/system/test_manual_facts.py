@@ -4,11 +4,80 @@ import re
 import shutil
 import string
 
+import pytest
+
 import manual
-from private_host import PACKAGES, failed, ok
+from manual import ROOT
+from private_host import HOOK_LOG, PACKAGES, REGISTRY, failed, ok
 from registry_text import CGI, INI, document, package, record
 
 ADD = ("--add", "--phpini", INI, "--type", "cgi", "--id", "x", "--path")
+PAGES = {page.name: page.read_text(encoding="utf-8") for page in manual.PAGES}
+DOCUMENTS = {path: path.read_text(encoding="utf-8") for path in [
+    ROOT / "README.md", *manual.PAGES, *(ROOT / "docs").glob("*.md"), *(ROOT / "docs/schema").iterdir()]}
+
+
+def in_documents(pattern):
+    """[(document, first group)] of every place where the pattern is found."""
+    return [(str(path.relative_to(ROOT)), found) for path, text in DOCUMENTS.items()
+            for found in re.findall(pattern, text)]
+
+
+def test_the_synopsis_brackets_what_the_usage_brackets(host):
+    usage = host.tamrix("--help").err
+    needed = {command: set(re.findall(r"(?<!\[)(--[a-z]+)=", words))
+              for command, words in re.findall(r"^\t(--\S+)(.*)", usage, re.MULTILINE)}
+    assert needed["--add"] == {"--path", "--phpini", "--type"}
+    assert manual.needed_options() == needed
+
+
+def test_the_short_word_for_help_is_in_the_manual(host):
+    assert manual.synopsis()["--help"] == {"-h"}
+    assert re.search(r"^\.Ss --help\n.*\n\.Fl h\n", PAGES["tamrix.8"], re.MULTILINE)
+    assert host.tamrix("-h") == host.tamrix("--help")
+
+
+@pytest.mark.parametrize("document, pattern", [
+    ("docs/man/tamrix.8", r"^\.It Ev (PHP_\w+)$"), ("docs/man/php_configurator.d.5", r"^\.It Ev (PHP_\w+)$"),
+    ("docs/hooks.md", r"^\| `(PHP_\w+)` \|"), ("README.md", r"`(PHP_\w+)`")],
+    ids=["tamrix.8", "php_configurator.d.5", "hooks.md", "README"])
+def test_the_variables_of_hooks_are_those_of_the_usage(host, document, pattern):
+    told = re.findall(pattern, (ROOT / document).read_text(encoding="utf-8"), re.MULTILINE)
+    usage = re.findall(r"^\t\t\$(PHP_\w+) - ", host.tamrix("--help").err, re.MULTILINE)
+    assert len(usage) == 6
+    assert sorted(told) == sorted(usage)
+
+
+def test_every_path_of_the_manual_is_installed_or_written():
+    listed = (ROOT / "tests/packaging/contents").read_text(encoding="utf-8")
+    known = {REGISTRY, HOOK_LOG, f"{PACKAGES}/*.conf", *re.findall(r"^[-dl][-rwx]{9} (/\S+)", listed, re.MULTILINE)}
+    told = {path.rstrip("/") for page in PAGES.values()
+            for path in re.findall(r"^\.(?:It )?Pa (/\S+)", page, re.MULTILINE)}
+    assert len(told) > 12
+    assert told - known == set()
+
+
+def test_the_exit_statuses_of_the_manual():
+    section = re.search(r"^\.Sh EXIT STATUS\n((?:(?!\.S[hs] ).*\n)*)", PAGES["tamrix.8"], re.MULTILINE)[1]
+    assert re.findall(r"^\.It (.*)", section, re.MULTILINE) == ["0", "1", "2"]
+
+
+def test_the_exit_code_of_a_killed_hook(host):
+    told = in_documents(r"exit code is (\S+) when a\s+signal ended")
+    assert [name for name, _ in told] == ["docs/man/php_configurator.d.5", "docs/hooks.md"]
+    host.registry = document(record("a"))
+    host.hook("10-hook", "kill -9 $$")
+    assert host.tamrix("--update", "--id", "a") == ok()
+    (logged,) = re.findall("^Exit code: (.*)$", host.hook_log, re.MULTILINE)
+    assert {code for _, code in told} == {logged}
+
+
+def test_the_longest_value_is_as_long_as_every_document_says(host):
+    told = in_documents(r"(?:At most|more than|longer than) ([\d,]+) bytes")
+    assert len(told) == 7
+    (longest,) = {int(number.replace(",", "")) for _, number in told}
+    host.registry = document(record("a", path="x" * longest), record("b", path="x" * (longest + 1)))
+    assert re.findall('"path":(.*),', host.tamrix("--list-json").out) == [f'"{"x" * longest}"', "null"]
 
 
 def test_the_bytes_that_get_a_backslash_are_those_of_the_manual(host):
@@ -40,7 +109,7 @@ def test_the_zones_of_the_log_are_those_below_tzdir(host):
     before = host.run("/bin/date", "+%F %H", env={"TZ": "XXX-9"}).out.strip()
     assert host.tamrix("--update", "--id", "a", env=where) == ok()
     after = host.run("/bin/date", "+%F %H", env={"TZ": "XXX-9"}).out.strip()
-    assert host.read("/var/log/quelm/php_handler_configurators.log")[1:14] in (before, after)
+    assert host.read(HOOK_LOG)[1:14] in (before, after)
     assert "\nstdout: +0900\n" in host.hook_log
 
 

@@ -8,6 +8,8 @@ if(CPACK_GENERATOR STREQUAL DEB)
   configure_file(${TAMRIX_CHANGELOG} ${documents}/changelog COPYONLY)
   configure_file(${TAMRIX_PACKAGING}/debian/lintian-overrides ${root}/usr/share/lintian/overrides/tamrix COPYONLY)
 else()
+  # Of OpenSSL, whose code the program holds; on Debian every system has it.
+  configure_file(/usr/share/common-licenses/Apache-2.0 ${root}/usr/share/licenses/tamrix/Apache-2.0 COPYONLY)
   file(MAKE_DIRECTORY ${root}/usr/share/zsh/site-functions)
   file(RENAME ${root}/usr/share/zsh/vendor-completions/_tamrix ${root}/usr/share/zsh/site-functions/_tamrix)
   file(REMOVE_RECURSE ${root}/usr/share/zsh/vendor-completions)

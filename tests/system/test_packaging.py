@@ -1,5 +1,7 @@
 """What the packages are made with, as far as it can be seen without making them."""
 
+import pathlib
+import re
 import subprocess
 
 import pytest
@@ -54,3 +56,18 @@ def test_news_becomes_a_change_log(tmp_path, kind, log):
 def test_a_package_of_no_known_kind_is_refused(words):
     done = subprocess.run([ROOT / "packaging/build", *words], capture_output=True, text=True)
     assert (done.returncode, done.stdout, done.stderr) == (2, "", "usage: packaging/build deb|rpm [FOLDER]\n")
+
+
+CURL = pathlib.Path("/usr/share/doc/libcurl4-openssl-dev/copyright")
+
+
+@pytest.mark.skipif(not CURL.exists(), reason="libcurl4-openssl-dev is not installed")
+def test_the_packages_carry_the_notice_that_curl_asks_for():
+    def licence(text):
+        return re.search(r"^License: curl\n((?: .*\n)+)", text, re.MULTILINE)[1]
+
+    ours = (ROOT / "packaging/copyright").read_text(encoding="utf-8")
+    theirs = CURL.read_text(encoding="utf-8")
+    assert licence(ours) == licence(theirs)
+    owner = re.search(r"^Files: \*\nCopyright: (.*)\n", theirs, re.MULTILINE)[1]
+    assert f"\n {owner}\n" in ours

@@ -1,5 +1,6 @@
 """Manual, README, docs and NEWS say what is so: every example in them is run or compared."""
 
+import dataclasses
 import datetime
 import re
 import shutil
@@ -10,12 +11,14 @@ import pytest
 import debian_php
 import manual
 from manual import ROOT
-from private_host import HOOK_LOG, HOOKS, PACKAGES, SCRIPT, ok
+from private_host import HOOK_LOG, HOOKS, PACKAGES, SCRIPT, failed, ok
 from registry_text import document, package, record
 
 EXAMPLES_INSTALLED = "/usr/share/doc/tamrix/examples"
 EXAMPLES = "/opt/ovt/examples"
 TOUR = ROOT / "tests/support/tour"
+PAGES_WITH_DEBIANS_PHP = ["tamrix.8", "php_versions.d.5"]
+PAGE_WITH_READERS = "php_versions.json.5"
 
 
 @pytest.fixture
@@ -28,12 +31,21 @@ def panel(host):
 
 
 def console(host, command):
-    """What a command line prints, both streams as they come. The examples are not installed in the host, so the
-    lines are run with the place that they have there."""
+    """The result of a command line. The examples are not installed in the host, so the lines are run with the place
+    that they have there."""
     command = command.replace(EXAMPLES_INSTALLED, EXAMPLES)
     path = "/opt/ovt/admin/sbin:/usr/sbin:/usr/bin:/sbin:/bin"
-    result = host.run("/bin/sh", "-c", f"exec 2>&1\n{command}", env={"PATH": path})
-    return debian_php.any_version(result.out)
+    result = host.run("/bin/sh", "-c", command, env={"PATH": path})
+    return dataclasses.replace(result, out=debian_php.any_version(result.out))
+
+
+def shown_result(printed):
+    """What a display shows, as a result: a refusal or a warning is on standard error, all else on standard output."""
+    if printed.endswith("\' already exists\n"):
+        return failed(printed)
+    if printed.startswith("[Warning] "):
+        return ok(err=printed)
+    return ok(debian_php.any_version(printed))
 
 
 @pytest.mark.parametrize("page", manual.PAGES, ids=lambda page: page.name)
@@ -72,24 +84,29 @@ def test_files_are_quoted_as_they_are():
     assert examples - {display.argument for display in quoted} == {"docs/examples/readers/by-type.jq"}
 
 
+def test_every_page_with_a_console_has_it_run():
+    with_consoles = {display.page for display in manual.displays_called("console")}
+    assert with_consoles == {*PAGES_WITH_DEBIANS_PHP, PAGE_WITH_READERS}
+
+
 @debian_php.needed
-@pytest.mark.parametrize("page", ["tamrix.8", "php_versions.d.5"])
+@pytest.mark.parametrize("page", PAGES_WITH_DEBIANS_PHP)
 def test_the_consoles_of_a_page_show_what_happens(panel, page):
     shown = [pair for display in manual.displays_called("console") if display.page == page
              for pair in manual.session(display.text)]
     assert len(shown) > 2
     for command, printed in shown:
-        assert (command, console(panel, command)) == (command, debian_php.any_version(printed))
+        assert (command, console(panel, command)) == (command, shown_result(printed))
 
 
 def test_the_readers_of_a_listing_show_what_happens(panel):
     (registry,) = manual.displays_called("registry")
     panel.registry = registry.text
-    shown = [pair for display in manual.displays_called("console") if display.page == "php_versions.json.5"
+    shown = [pair for display in manual.displays_called("console") if display.page == PAGE_WITH_READERS
              for pair in manual.session(display.text)]
     assert shown
     for command, printed in shown:
-        assert console(panel, command) == printed
+        assert console(panel, command) == shown_result(printed)
 
 
 def registries():
@@ -157,38 +174,63 @@ def test_the_messages_of_the_docs_are_printed(host):
         assert line + "\n" in printed
 
 
+README = (ROOT / "README.md").read_text(encoding="utf-8")
+
+
+def readme_block(begin):
+    """The indented block that begins so, without its indentation; a line of blanks belongs to it."""
+    block = re.search(rf"^    {re.escape(begin)}.*\n(?:(?:    .*)?\n)*", README, re.MULTILINE)[0]
+    return re.sub("^    ", "", block, flags=re.MULTILINE).rstrip("\n") + "\n"
+
+
 @debian_php.needed
 def test_the_readme_shows_what_happens(panel):
     """A line that ends in dots shows its beginning, a line of dots alone ends what is shown."""
     shutil.copy(TOUR / "10-sample", panel.path(HOOKS))
     for file in TOUR.glob("*.conf"):
         shutil.copy(file, panel.path(PACKAGES))
-    text = (ROOT / "README.md").read_text(encoding="utf-8")
-    shown = re.findall(r"^    \$ \./run (.*)\n((?:    (?!\$).*\n)*)", text, re.MULTILINE)
-    assert len(shown) >= 4
+    shown = re.findall(r"^    \$ \./run (.*)\n((?:    (?!\$).*\n)*)", README, re.MULTILINE)
+    assert len(shown) == 6
     for command, expected in shown:
-        printed = console(panel, f"tamrix {command}").splitlines()
+        done = console(panel, f"tamrix {command}")
+        assert (done.status, done.err) == (0, "")
+        printed = done.out.splitlines()
         expected = [line[4:] for line in debian_php.any_version(expected).splitlines()]
-        whole = "..." not in expected
-        if not whole:
+        if "..." in expected:
             expected = expected[: expected.index("...")]
-        assert not whole or len(printed) == len(expected)
-        for line, wanted in zip(printed, expected, strict=whole):
+            assert len(printed) > len(expected)
+            printed = printed[: len(expected)]
+        for line, wanted in zip(printed, expected, strict=True):
             if wanted.endswith("..."):
                 assert line.startswith(wanted[:-3].rstrip())
             else:
                 assert line == wanted
+    begin, end = readme_block("[2").split("...\n")
+    record = debian_php.any_version(panel.hook_log).split("[TIME]")[1]
+    begin = debian_php.any_version(begin)
+    assert record.startswith(begin[begin.index("]") + 1 :])
+    assert record.endswith(debian_php.any_version(end))
+
+
+def test_the_package_file_of_the_readme_is_that_of_the_tour():
+    assert readme_block("displayname=") == (TOUR / "php82-fpm.conf").read_text(encoding="utf-8")
 
 
 TEXTS = ["README.md", "ARCHITECTURE.md", "CONTRIBUTING.md", "docs/hooks.md", "docs/package-files.md",
-         "docs/registry-file.md", "tests/registry/cases/README.md", "bench/README.md", "fuzz/README.md"]
+         "docs/registry-file.md", "docs/reliability.md", "tests/registry/cases/README.md",
+         "tests/registry/verdicts/README.md", "bench/README.md", "fuzz/README.md"]
+
+
+def test_no_text_is_left_out():
+    found = {str(path.relative_to(ROOT)) for path in ROOT.rglob("*.md")}
+    assert {name for name in found if not name.startswith(("build/", "."))} == set(TEXTS)
 
 
 @pytest.mark.parametrize("name", TEXTS)
 def test_the_files_that_a_text_names_are_there(name):
     """Links, and words in backquotes that begin with a folder of this tree or are one of its headers and sources."""
     text = (ROOT / name).read_text(encoding="utf-8")
-    linked = [(ROOT / name).parent / link for link in re.findall(r"\]\(([^):]+)\)", text)]
+    linked = [(ROOT / name).parent / link for link in re.findall(r"\]\(([^):#]+)", text)]
     folders = [path for path in ROOT.iterdir() if path.is_dir() and path.name != "build"]
     begin = "|".join(folder.name for folder in folders)
     quoted = [ROOT / word for word in re.findall(rf"`((?:{begin})/[\w./-]*)", text) if "NAME" not in word]
@@ -220,3 +262,14 @@ def test_news_begins_with_the_version_that_is_built_and_with_the_date_of_the_man
     day = datetime.date.fromisoformat(date)
     for page in manual.PAGES:
         assert page.read_text(encoding="utf-8").startswith(f".Dd {day:%B} {day.day}, {day.year}\n"), page.name
+
+
+def test_the_gates_of_the_table_are_those_of_the_test_script():
+    rows = re.findall(r"^\|.*\| `([^`]*)` \| `(\./test(?: --full)?)` \|$",
+                      (ROOT / "CONTRIBUTING.md").read_text(encoding="utf-8"), re.MULTILINE)
+    told = {(command.split()[0], stage) for command, stage in rows if re.match("(?:tests|fuzz)/", command)}
+    short, full = (ROOT / "test").read_text(encoding="utf-8").split("\nif [[ $full == yes ]]; then\n")
+    run = {(command, stage) for text, stage in ((short, "./test"), (full, "./test --full"))
+           for command in re.findall(r"^ *check \S+ (\S+)", text, re.MULTILINE)}
+    assert len(run) > 12
+    assert told == run

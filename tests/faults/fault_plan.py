@@ -16,7 +16,7 @@ ERRORS = {
     "pipe": ("EMFILE",), "pipe2": ("EMFILE", "ENOMEM"), "fcntl": ("EINTR", "EMFILE", "EIO"),
     "clone": ("EAGAIN", "ENOMEM"), "clone3": ("EAGAIN", "ENOMEM"),
     "select": ("EINTR", "ENOMEM", "EIO"), "pselect6": ("EINTR", "ENOMEM", "EIO"),
-    "poll": ("EINTR", "ENOMEM"), "wait4": ("EINTR", "EIO"),
+    "poll": ("EINTR", "ENOMEM"), "wait4": ("EINTR", "ECHILD", "EIO"),
     "newfstatat": ("EIO", "ENOMEM", "EINTR"), "fstat": ("EIO", "ENOMEM"), "getdents64": ("EIO", "ENOMEM", "EINTR"),
     "lseek": ("EIO",), "dup2": ("EINTR", "EMFILE", "EIO"), "execve": ("EAGAIN", "ENOMEM", "EIO", "EMFILE"),
     "socket": ("EMFILE", "ENOMEM"), "connect": ("EAGAIN", "EINTR"), "sendto": ("EAGAIN", "ENOMEM", "EPIPE"),
@@ -68,6 +68,7 @@ class Reference:
         self.before = "" if command.prepare else document(*OLD)
         clean = runner.run(command, "--trace=all")
         assert clean.status == 0, (command.name, clean)
+        self.clean = clean
         self.after = clean.registry
         self.after_none = runner.run(command, "--trace=all", records=()).registry
         calls = [call_of(line) for line in clean.trace]

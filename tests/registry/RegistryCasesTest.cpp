@@ -117,6 +117,16 @@ TEST_P(RegistryCase, IsReadAsItsFileTells) {
     }
 }
 
+// Raised when cases are added, so that none is lost unnoticed.
+TEST(RegistryCases, NoneIsLost) {
+    std::size_t accepted = 0;
+    for (const std::string& name : caseNames()) {
+        accepted += fs::exists(casesDirectory / (name + ".records")) ? 1U : 0U;
+    }
+    EXPECT_GE(accepted, 31U);
+    EXPECT_GE(caseNames().size() - accepted, 135U);
+}
+
 INSTANTIATE_TEST_SUITE_P(Documents, RegistryCase, testing::ValuesIn(caseNames()),
                          [](const auto& tested) { return tested.param; });
 

@@ -61,6 +61,20 @@ TEST_P(RegistryVerdict, IsAsItsFileTells) {
               test::readFile(file(".verdict")));
 }
 
+// Raised when documents are added, so that none is lost unnoticed.
+TEST(RegistryVerdicts, NoneIsLost) {
+    const auto count = [](const std::string& kind) {
+        std::size_t found = 0;
+        for (const fs::path& document : documents()) {
+            found += document.parent_path().filename() == kind ? 1U : 0U;
+        }
+        return found;
+    };
+    EXPECT_GE(count("accepted"), 97U);
+    EXPECT_GE(count("open"), 35U);
+    EXPECT_GE(count("refused"), 242U);
+}
+
 INSTANTIATE_TEST_SUITE_P(Documents, RegistryVerdict, testing::ValuesIn(documents()), [](const auto& tested) {
     return tested.param.parent_path().filename().string() + "_" + tested.param.filename().string();
 });

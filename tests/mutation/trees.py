@@ -16,6 +16,7 @@ import resource
 import shutil
 import signal
 import subprocess
+import threading
 import time
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
@@ -28,6 +29,20 @@ BUILDS = {
     "program": ["-DCMAKE_BUILD_TYPE=Release", "-DTAMRIX_GATE=release", "-DTAMRIX_LINK=archives",
                 "-DTAMRIX_TESTS=OFF"],
 }
+
+
+running = set()
+stopping = threading.Event()
+
+
+def stop_all():
+    """Kills every command that is under way, with what it has started in its group, and lets no other begin."""
+    stopping.set()
+    for process in list(running):
+        try:
+            os.killpg(process.pid, signal.SIGKILL)
+        except ProcessLookupError:
+            pass
 
 
 class TimeOut(Exception):
@@ -59,9 +74,12 @@ def wait(process, log, seconds, quiet_seconds):
 def run(command, log, seconds, quiet_seconds=3600, **how):
     """The status of a command whose output goes to the file `log`. TimeOut after so many seconds, or after so many
     without output."""
+    if stopping.is_set():
+        raise SystemExit
     with open(os.devnull, "rb") as nothing, open(log, "wb") as output:
         process = subprocess.Popen(
             command, stdin=nothing, stdout=output, stderr=output, start_new_session=True, **how)
+    running.add(process)
     try:
         return wait(process, log, seconds, quiet_seconds)
     finally:
@@ -70,6 +88,7 @@ def run(command, log, seconds, quiet_seconds=3600, **how):
         except ProcessLookupError:
             pass
         process.wait()
+        running.discard(process)
 
 
 def listing(folder):

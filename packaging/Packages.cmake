@@ -56,7 +56,7 @@ set(CPACK_RPM_USER_FILELIST "%config(noreplace) /etc/logrotate.d/tamrix")
 # Folders of the base system. Those of the shells and of Ansible are shared with packages that need not be there:
 # each owns them, and the last one takes them away.
 set(CPACK_RPM_EXCLUDE_FROM_AUTO_FILELIST_ADDITION
-  /etc/logrotate.d /opt /usr/sbin /var /var/log /usr/share/licenses /usr/share/man /usr/share/man/man5 /usr/share/man/man8)
+  /etc/logrotate.d /opt /usr/sbin /var /var/log /usr/share/man /usr/share/man/man5 /usr/share/man/man8)
 # What examples need is no need of the package.
 set(CPACK_RPM_REQUIRES_EXCLUDE_FROM /usr/share/doc/.*)
 set(CPACK_RPM_SPEC_MORE_DEFINE "%define packager ${TAMRIX_CONTACT}

@@ -1,7 +1,8 @@
 """Every command under odd process states: signals, descriptors and limits that a careless caller leaves behind.
 
 Expected: signals, closed descriptors and inherited ones make no difference. What a limit makes impossible is
-reported with status 1; no limit makes the program crash."""
+reported with status 1. One limit makes the program abort: an address space that has room for the program and none for
+a report, and only before anything has been changed."""
 
 import re
 import resource
@@ -140,13 +141,34 @@ def test_with_six_descriptors_a_service_check_is_refused_before_any_change(furni
     assert furnished.calls == []
 
 
-def test_a_huge_table_with_fifteen_hundred_inherited_descriptors(furnished):
-    # A million, where the machine lets us.
-    most = min(1_000_000, resource.getrlimit(resource.RLIMIT_NOFILE)[1])
+def play_with_fifteen_hundred_inherited_descriptors(host, table_size):
     code = (
-        f"resource.setrlimit(resource.RLIMIT_NOFILE, ({most}, {most}))\n"
+        f"resource.setrlimit(resource.RLIMIT_NOFILE, ({table_size}, {table_size}))\n"
         "for n in range(1500): os.set_inheritable(os.open('/dev/null', os.O_RDONLY), True)")
-    play(furnished, started_by(furnished, code))
+    play(host, started_by(host, code))
+
+
+@pytest.fixture
+def a_million_descriptors():
+    """Lets this process, and what it starts, have so many, where the machine permits that."""
+    soft, hard = resource.getrlimit(resource.RLIMIT_NOFILE)
+    if hard < 1_000_000:
+        try:
+            resource.setrlimit(resource.RLIMIT_NOFILE, (soft, 1_000_000))
+        except (OSError, ValueError) as refusal:
+            pytest.skip(f"no more than {hard} open files are possible here: {refusal}")
+    yield 1_000_000
+    resource.setrlimit(resource.RLIMIT_NOFILE, (soft, hard))
+
+
+def test_fifteen_hundred_inherited_descriptors_in_a_table_of_a_million(furnished, a_million_descriptors):
+    play_with_fifteen_hundred_inherited_descriptors(furnished, a_million_descriptors)
+
+
+def test_fifteen_hundred_inherited_descriptors_in_the_largest_table_of_this_machine(furnished):
+    hard = resource.getrlimit(resource.RLIMIT_NOFILE)[1]
+    assert hard > 1600
+    play_with_fifteen_hundred_inherited_descriptors(furnished, hard)
 
 
 def test_without_proc_every_command_works_and_no_descriptor_leaks(furnished, request):

@@ -60,6 +60,27 @@ def test_update_of_a_name_probes_nothing(furnished):
     assert traced(furnished, "--update", "--id", "a", "--displayname", "n") == (expected, 2)
 
 
+@pytest.mark.parametrize("words", [["--path", CGI], ["--clipath", CLI], ["--phpini", INI]], ids=lambda words: words[0])
+def test_update_of_what_the_version_depends_on_probes_both_executables_once(furnished, words):
+    furnished.registry = document(record("a", path=CGI, clipath=CLI, phpini=INI))
+    expected = [TAMRIX, CGI, CLI, HOOK, f"{ADMIN}/depotctl"]
+    assert traced(furnished, "--update", "--id", "a", *words) == (expected, 4)
+
+
+def test_update_of_a_service_checks_it_and_no_more(furnished):
+    furnished.registry = document(record("a", type="fpm", service="s", poold="/p"))
+    expected = [TAMRIX, f"{ADMIN}/quelmrc", HOOK, f"{ADMIN}/depotctl"]
+    assert traced(furnished, "--update", "--id", "a", "--service", "t") == (expected, 3)
+
+
+def test_update_to_an_fpm_handler_checks_the_service_before_it_probes_and_sets_no_limit(furnished):
+    furnished.registry = document(record("a"))
+    words = ["--path", CGI, "--clipath", CLI, "--type", "fpm", *SERVICE, "--no-set-dirty-flag"]
+    expected = [TAMRIX, f"{ADMIN}/quelmrc", CGI, CLI, HOOK]
+    assert traced(furnished, "--update", "--id", "a", *words) == (expected, 4)
+    assert furnished.calls == [f"{ADMIN}/quelmrc s exists", f"{CGI} -n -v", f"{CLI} -n -v", f"{HOOK} update"]
+
+
 def test_remove_probes_nothing(furnished):
     furnished.registry = document(record("a"))
     assert traced(furnished, "--remove", "--id", "a") == ([TAMRIX, HOOK, f"{ADMIN}/depotctl"], 2)

@@ -137,7 +137,10 @@ class Tree:
     def ninja(self, build, *targets, jobs=1):
         """Whether the targets could be built."""
         command = ["nice", "ninja", "-C", PLACE / build, f"-j{jobs}", *targets]
-        return run(self.sandbox(command, writable=True), self.log, 1800) == 0
+        try:
+            return run(self.sandbox(command, writable=True), self.log, 1800) == 0
+        except TimeOut:
+            return False
 
     def unit_test(self, program, words, seconds):
         """Whether the program, a path below tests/, ends with 0."""

@@ -4,6 +4,7 @@
 #include <csignal>
 #include <cstdio>
 #include <iostream>
+#include <optional>
 #include <string>
 
 #include <fcntl.h>
@@ -13,6 +14,7 @@
 #include <gtest/gtest.h>
 
 #include "lib/process/lib/ArgVector.h"
+#include "lib/process/lib/Pipe.h"
 #include "tests/support/CapturedStreams.h"
 #include "tests/support/DescriptorTable.h"
 #include "tests/support/Faults.h"
@@ -125,6 +127,28 @@ TEST(ForkPipes, ADescriptorThatIsNotOpenEndsWith255) {
     const ArgVector arguments{"true"};
     EXPECT_EQ(statusOf(fork_execv_pipes(0, 900, 2, "/bin/true", arguments.data())), 255);
     EXPECT_EQ(captured.error(), "fork_execv: dup() failed: Bad file descriptor\n");
+}
+
+TEST(ForkPipes, InputAndOutputCanBeSwapped) {
+    const ChildOutcome result = runForked([] {
+        const std::optional<Pipe> pipe = openPipe();
+        (void)!::write(pipe->writeEnd.get(), "text", 4);
+        ::dup2(STDOUT_FILENO, STDIN_FILENO);
+        ::dup2(pipe->readEnd.get(), STDOUT_FILENO);
+        return shell(1, 0, 2, "head -c 4");
+    });
+    EXPECT_EQ(result.exitStatus(), 0);
+    EXPECT_EQ(result.output, "text");
+}
+
+TEST(ForkPipes, ACopyDoesNotLandOnAClosedSlot) {
+    const ChildOutcome result = runForked([] {
+        ::dup2(STDERR_FILENO, STDIN_FILENO);
+        ::close(STDOUT_FILENO);
+        return shell(-1, -1, 0, "echo out; echo err >&2");
+    });
+    EXPECT_EQ(result.exitStatus(), 0);
+    EXPECT_EQ(result.error, "err\n");
 }
 
 TEST(ForkPipes, WithoutADescriptorToSwapByTheChildEndsWith255) {

@@ -119,7 +119,7 @@ TEST(LogLevel, TheEnvironmentNeverLowersTheThreshold) {
 }
 
 TEST(LogLevel, OnlyOneDigitFromZeroToSevenCounts) {
-    for (const char* value : {"8", "07", "7\n", "77", " 7", "", "9", "-1", "a"}) {
+    for (const char* value : {"8", "07", "7\n", "77", " 7", "", "9", "-1", "a", "/", " ", ":"}) {
         EXPECT_EQ(sayNoticeWithLevel(LOG_WARNING | 8, value).error, "") << value;
     }
 }

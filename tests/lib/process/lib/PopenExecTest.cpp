@@ -58,6 +58,20 @@ TEST(ExecWithInput, TextWithNulBytesAndBeyondThePipesSize) {
     EXPECT_EQ(captured.output(), "300000\n");
 }
 
+// The signal meets us when the pipe is full, and the write answers with what it took.
+TEST(ExecWithInput, AnInterruptedWriteGoesOnBehindWhatWasTaken) {
+    const ChildOutcome result = runForked([] {
+        struct sigaction action {};
+        action.sa_handler = [](int) {};
+        ::sigaction(SIGUSR1, &action, nullptr);
+        std::string text(299999, 'x');
+        text += 'y';
+        return exec_with_input("sleep 0.2; kill -USR1 $PPID; sleep 0.1; tr -s x | wc -c", text);
+    });
+    EXPECT_EQ(result.exitStatus(), 0);
+    EXPECT_EQ(result.output, "2\n");
+}
+
 TEST(ExecWithInput, AnEmptyTextIsEndOfFileAtOnce) {
     const CapturedStreams captured;
     EXPECT_EQ(exec_with_input("cat", ""), 0);
@@ -86,6 +100,10 @@ TEST(ExecWithInput, ACommandThatStopsReadingGivesAShortWriteAndNoSignal) {
     EXPECT_EQ(captured.error(),
               "Failed to execute command with input: only 65536 of 100000 bytes were written.\n");
     EXPECT_NE(std::signal(SIGPIPE, SIG_DFL), SIG_IGN);
+}
+
+TEST(PopenExec, TheShellIsCalledSh) {
+    EXPECT_STREQ(collect("echo $0").output.get(), "sh\n");
 }
 
 TEST(PopenExec, CollectsTheOutputAndTheStatus) {

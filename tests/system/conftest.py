@@ -9,6 +9,7 @@ import pathlib
 import random
 import re
 import shutil
+import signal
 import sys
 import tempfile
 
@@ -33,6 +34,11 @@ def pytest_configure(config):
     # What bubblewrap leaves to be waited for comes to us instead of to the machine's first process.
     set_child_subreaper = 36
     ctypes.CDLL(None).prctl(set_child_subreaper, 1, 0, 0, 0)
+    # nohup, or a shell that starts us in the background, has these ignored, and children inherit that.
+    for number in (signal.SIGHUP, signal.SIGQUIT):
+        signal.signal(number, signal.SIG_DFL)
+    if signal.getsignal(signal.SIGINT) == signal.SIG_IGN:
+        signal.signal(signal.SIGINT, signal.default_int_handler)
     if config.getoption("--seed") is None:
         config.option.seed = str(random.randrange(10**9))
 

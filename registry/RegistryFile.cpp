@@ -112,16 +112,16 @@ std::optional<FileText> readToEnd(int descriptor, std::size_t expectedSize) {
     }
 }
 
-void logFailure(const char* action, const std::string& path) {
+void logFailure(const char* action, const std::string& path, const char* reason) {
     const int kept = errno;
-    log_message(LOG_ERR, "Unable to %s %s: %s", action, path.c_str(), std::strerror(kept));
+    log_message(LOG_ERR, "Unable to %s %s: %s", action, path.c_str(), reason);
     errno = kept;
 }
 
 // A file that cannot be read is no registry yet, and the next save replaces it; the log tells why.
 FileText unreadable(const std::string& path) {
     if (errno != ENOENT) {
-        logFailure("read", path);
+        logFailure("read", path, std::strerror(errno));
     }
     return {};
 }
@@ -133,7 +133,7 @@ FileText readText(const std::string& path) {
         return unreadable(path);
     }
     if (!S_ISREG(status.st_mode)) {
-        log_message(LOG_ERR, "Unable to read %s: not a regular file", path.c_str());
+        logFailure("read", path, "not a regular file");
         return {};
     }
     auto text = readToEnd(file.descriptor(), static_cast<std::size_t>(status.st_size));
@@ -224,11 +224,11 @@ void save(const HandlerRegistry& registry, const std::string& path) {
     const ScopedSignal ignored(SIGXFSZ, SIG_IGN);
     OpenFile file(openWithoutHanging(path, O_WRONLY | O_CREAT | O_TRUNC));
     if (!file.isOpen()) {
-        logFailure("open", path);
+        logFailure("open", path, std::strerror(errno));
     } else if (!writeAll(file.descriptor(), document)) {
-        logFailure("write", path);
+        logFailure("write", path, std::strerror(errno));
     } else if (!file.close()) {
-        logFailure("close", path);
+        logFailure("close", path, std::strerror(errno));
     }
 }
 

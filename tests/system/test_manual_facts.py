@@ -96,8 +96,8 @@ def test_an_interpreter_without_a_slash_is_found_along_the_path(host):
     path = {"PATH": "/opt/ovt/bin:/usr/bin:/bin"}
     host.php("/opt/ovt/bin/my-php", "PHP 8.4.1 (cli)\n")
     assert host.tamrix(*ADD, "my-php", env=path) == failed("Binary my-php doesn't exists\n")
-    host.write("/opt/ovt/work/my-php", "not asked")
-    assert host.shell('cd /opt/ovt/work && exec "$@"', *ADD, "my-php", env=path) == ok("x\n")
+    host.write("/opt/ovt/other/my-php", "not asked")
+    assert host.shell('cd /opt/ovt/other && exec "$@"', *ADD, "my-php", env=path) == ok("x\n")
     assert host.registry == document(record("x", path="my-php", version="8.4.1"))
 
 

@@ -28,6 +28,9 @@ if(TAMRIX_LINK STREQUAL archives)
   target_link_options(tamrix_dependencies INTERFACE
     -fuse-ld=lld -static-libstdc++ -static-libgcc LINKER:--gc-sections LINKER:--as-needed
     LINKER:--exclude-libs,libcurl.a:libcrypto.a:libboost_program_options.a:libboost_regex.a:libstdc++.a:libgcc.a:libgcc_eh.a)
+  # The tables of virtual functions refer to it weakly, which takes nothing out of an archive: a call of a pure
+  # virtual function would jump to nowhere, and each start would look for it in vain.
+  target_link_options(tamrix_dependencies INTERFACE LINKER:--undefined=__cxa_pure_virtual)
   target_compile_options(tamrix_dependencies INTERFACE -ffunction-sections -fdata-sections)
   # The functions that a start runs lie side by side; bench/function-order makes the list. Names that a test or
   # another compiler does not have are no error.

@@ -38,18 +38,21 @@ void requireResult(const CurlText& text) {
 
 } // namespace
 
-std::string expandedDisplayName(const PhpHandler& handler) {
+void appendExpandedName(std::string& output, std::string_view name, std::string_view version) {
     constexpr std::string_view placeholder = "$version";
-    const std::string_view name = handler.displayname;
-    std::string expanded;
     std::size_t copied = 0;
     for (std::size_t found = name.find(placeholder); found != std::string_view::npos;
          found = name.find(placeholder, copied)) {
-        expanded.append(name, copied, found - copied);
-        expanded.append(handler.version);
+        output.append(name, copied, found - copied);
+        output.append(version);
         copied = found + placeholder.size();
     }
-    expanded.append(name, copied);
+    output.append(name, copied);
+}
+
+std::string expandedDisplayName(const PhpHandler& handler) {
+    std::string expanded;
+    appendExpandedName(expanded, handler.displayname, handler.version);
     return expanded;
 }
 
@@ -64,14 +67,18 @@ std::string escapedDisplayName(const PhpHandler& handler) {
     return escaped.get();
 }
 
-std::string unescapedDisplayName(std::string_view escaped) {
+std::string_view unescapeDisplayName(std::span<char> text) {
+    const std::string_view escaped(text.data(), text.size());
     if (escaped.find('%') == std::string_view::npos) {
-        return std::string(escaped);
+        return escaped;
     }
     int length = 0;
-    const CurlText name(curl_easy_unescape(nullptr, escaped.data(), curlLength(escaped), &length));
+    const CurlText name(curl_easy_unescape(nullptr, text.data(), curlLength(escaped), &length));
     requireResult(name);
-    return {name.get(), static_cast<std::size_t>(length)};
+    // Three bytes become one: there is room.
+    const auto size = static_cast<std::size_t>(length);
+    std::copy_n(name.get(), size, text.data());
+    return escaped.substr(0, size);
 }
 
 } // namespace quelm

@@ -1,8 +1,6 @@
 #include "registry/HandlerRegistry.h"
 
 #include <algorithm>
-#include <bit>
-#include <functional>
 #include <stdexcept>
 #include <utility>
 
@@ -11,14 +9,6 @@
 namespace quelm {
 
 namespace {
-
-std::size_t hashOf(std::string_view id) {
-    return std::hash<std::string_view>{}(id);
-}
-
-std::uint32_t upperHalf(std::size_t hash) {
-    return static_cast<std::uint32_t>(std::uint64_t{hash} >> 32);
-}
 
 // size() when no record has the id.
 std::size_t positionOf(const HandlerRegistry& registry, std::string_view id) {
@@ -45,24 +35,19 @@ HandlerRegistry::iterator HandlerRegistry::end() {
 }
 
 bool HandlerRegistry::contains(std::string_view id) {
-    if (slots_.empty()) {
+    if (!index_.hasRoom(1)) {
         makeIndex();
     }
-    const std::size_t hash = hashOf(id);
-    for (std::size_t place = firstPlace(hash); slots_[place].taken(); place = nextPlace(place)) {
-        if (slots_[place].hash == upperHalf(hash) && records_[slots_[place].position()].id == id) {
-            return true;
-        }
-    }
-    return false;
+    return index_.contains(id, [this](std::size_t position) { return idAt(position); });
 }
 
 void HandlerRegistry::append(PhpHandler handler) {
     records_.push_back(std::move(handler));
-    if (2 * records_.size() > slots_.size()) {
-        dropIndex();
+    const std::size_t last = records_.size() - 1;
+    if (index_.hasRoom(records_.size())) {
+        index_.add(idAt(last), last, [this](std::size_t position) { return idAt(position); });
     } else {
-        index(records_.size() - 1);
+        dropIndex();
     }
 }
 
@@ -78,23 +63,10 @@ void HandlerRegistry::clear() {
 
 // As large as the records can become without a new allocation of their own.
 void HandlerRegistry::makeIndex() {
-    slots_.assign(std::bit_ceil(2 * records_.capacity() + 2), {});
+    index_.reset(records_.capacity());
     for (std::size_t position = 0; position < records_.size(); ++position) {
-        index(position);
+        index_.add(idAt(position), position, [this](std::size_t other) { return idAt(other); });
     }
-}
-
-void HandlerRegistry::index(std::size_t position) {
-    const std::size_t hash = hashOf(records_[position].id);
-    std::size_t place = firstPlace(hash);
-    while (slots_[place].taken()) {
-        place = nextPlace(place);
-    }
-    slots_[place] = {upperHalf(hash), static_cast<std::uint32_t>(position + 1)};
-}
-
-void HandlerRegistry::dropIndex() {
-    slots_.clear();
 }
 
 PhpHandler* find(HandlerRegistry& registry, std::string_view id) {

@@ -2,12 +2,12 @@
 #pragma once
 
 #include <cstddef>
-#include <cstdint>
 #include <string>
 #include <string_view>
 #include <utility>
 #include <vector>
 
+#include "registry/IdIndex.h"
 #include "registry/PhpHandler.h"
 
 namespace quelm {
@@ -46,25 +46,12 @@ public:
     void keepIf(Keep keep);
 
 private:
-    // What the index knows of a record; more than 2^32 - 2 of them no memory can hold.
-    struct Slot {
-        std::uint32_t hash = 0;   // the upper half of its id's
-        std::uint32_t number = 0; // its position + 1, 0: free
-
-        bool taken() const { return number != 0; }
-        std::size_t position() const { return number - 1; }
-    };
-
+    std::string_view idAt(std::size_t position) const { return records_[position].id; }
     void makeIndex();
-    void index(std::size_t position);
-    void dropIndex();
-    std::size_t firstPlace(std::size_t hash) const { return hash & (slots_.size() - 1); }
-    std::size_t nextPlace(std::size_t place) const { return (place + 1) & (slots_.size() - 1); }
+    void dropIndex() { index_.clear(); }
 
     std::vector<PhpHandler> records_;
-    // The index: a hash table with open addressing, a power of two of slots of which at most half are taken;
-    // every record has one, or there are none. Probing neighbours is what makes a large registry load fast.
-    std::vector<Slot> slots_;
+    IdIndex index_; // of every record, or of none
 };
 
 template <class Keep>

@@ -8,6 +8,7 @@
 #include <string_view>
 
 #include "registry/DisplayName.h"
+#include "registry/HandlerView.h"
 
 namespace quelm {
 
@@ -22,20 +23,24 @@ constexpr Cells titles{"id:",      "display name:", "version:", "type:",    "cgi
                        "cli-bin:", "php.ini:",      "system:",  "service:", "pool.d:"};
 
 // Calls `use` with the cells of each row; they are valid during the call only.
-template <class Use>
-void forEachRow(const HandlerRegistry& registry, Use use) {
+template <class Handlers, class Use>
+void forEachRow(const Handlers& handlers, Use use) {
     use(titles);
-    for (const PhpHandler& handler : registry) {
-        const std::string name = expandedDisplayName(handler);
-        const std::string type = formatHandlerType(handler);
-        use(Cells{handler.id, name, handler.version, type, handler.path, handler.clipath, handler.phpini,
-                  handler.system ? "*" : "", handler.service, handler.poold});
+    std::string name;
+    for (const auto& each : handlers) {
+        const HandlerView handler = viewOf(each);
+        name.clear();
+        appendExpandedName(name, handler.displayname, handler.version);
+        use(Cells{handler.id, name, handler.version, handlerTypeName(handler.type), handler.path,
+                  handler.clipath, handler.phpini, handler.system ? "*" : "", handler.service,
+                  handler.poold});
     }
 }
 
-Widths measure(const HandlerRegistry& registry) {
+template <class Handlers>
+Widths measure(const Handlers& handlers) {
     Widths widths{};
-    forEachRow(registry, [&](const Cells& cells) {
+    forEachRow(handlers, [&](const Cells& cells) {
         for (std::size_t column = 0; column < columns; ++column) {
             widths[column] = std::max(widths[column], cells[column].size());
         }
@@ -56,21 +61,30 @@ void flush(std::string& output, std::ostream& stream) {
     output.clear();
 }
 
-} // namespace
-
-void writeHandlerTable(const HandlerRegistry& registry, std::ostream& stream) {
+template <class Handlers>
+void writeTable(const Handlers& handlers, std::ostream& stream) {
     constexpr std::size_t piece = 65536;
-    const Widths widths = measure(registry);
+    const Widths widths = measure(handlers);
     const std::size_t row = std::accumulate(widths.begin(), widths.end(), gap * columns);
     std::string output;
-    output.reserve(std::min(row * (registry.size() + 1), 2 * piece));
-    forEachRow(registry, [&](const Cells& cells) {
+    output.reserve(std::min(row * (handlers.size() + 1), 2 * piece));
+    forEachRow(handlers, [&](const Cells& cells) {
         appendRow(output, cells, widths);
         if (output.size() >= piece) {
             flush(output, stream);
         }
     });
     flush(output, stream);
+}
+
+} // namespace
+
+void writeHandlerTable(const HandlerRegistry& registry, std::ostream& stream) {
+    writeTable(registry, stream);
+}
+
+void writeHandlerTable(const RegistrySnapshot& snapshot, std::ostream& stream) {
+    writeTable(snapshot.handlers(), stream);
 }
 
 } // namespace quelm

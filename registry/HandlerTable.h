@@ -4,6 +4,7 @@
 #include <ostream>
 
 #include "registry/HandlerRegistry.h"
+#include "registry/RegistrySnapshot.h"
 
 namespace quelm {
 
@@ -12,5 +13,6 @@ namespace quelm {
 // pool directory are shown whatever the type. Throws std::runtime_error, before anything is written, when a
 // record's type is none of the four.
 void writeHandlerTable(const HandlerRegistry& registry, std::ostream& stream);
+void writeHandlerTable(const RegistrySnapshot& snapshot, std::ostream& stream);
 
 } // namespace quelm

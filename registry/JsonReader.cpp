@@ -1,26 +1,13 @@
 #include "registry/JsonReader.h"
 
-#include <array>
 #include <cstring>
 #include <vector>
+
+#include "registry/PlainBytes.h"
 
 namespace quelm {
 
 namespace {
-
-// Which bytes stand for themselves inside a string: all from 0x20 up but the quote and the backslash.
-constexpr std::array<bool, 256> makePlainBytes() {
-    std::array<bool, 256> plain{};
-    for (std::size_t byte = 0x20; byte < plain.size(); ++byte) {
-        plain[byte] = byte != '"' && byte != '\\';
-    }
-    return plain;
-}
-constexpr std::array<bool, 256> plainBytes = makePlainBytes();
-
-bool isPlain(char c) {
-    return plainBytes[static_cast<unsigned char>(c)];
-}
 
 bool isSpace(char c) {
     return c == ' ' || (c >= '\t' && c <= '\r');
@@ -39,7 +26,7 @@ bool JsonReader::fail(JsonErrorCode code) {
     return false;
 }
 
-void JsonReader::skipSpace() {
+inline void JsonReader::skipSpace() {
     while (isSpace(*cursor_)) {
         ++cursor_;
     }
@@ -73,7 +60,7 @@ JsonReader::Next JsonReader::nextMember(std::string_view& name) {
 }
 
 bool JsonReader::readName(std::string_view& name) {
-    if (!readString(name)) {
+    if (!readText(name)) {
         return false;
     }
     skipSpace();
@@ -110,19 +97,26 @@ JsonReader::Next JsonReader::nextElement() {
 }
 
 bool JsonReader::readString(std::string_view& value) {
+    if (!readText(value)) {
+        return false;
+    }
+    // On the closing quote, or before it.
+    begin_[value.data() + value.size() - begin_] = '\0';
+    return true;
+}
+
+inline bool JsonReader::readText(std::string_view& text) {
     skipSpace();
     if (*cursor_ != '"') {
         return fail(JsonErrorCode::stringExpected);
     }
     char* const start = ++cursor_;
-    while (isPlain(*cursor_)) {
-        ++cursor_;
-    }
+    cursor_ += findNotPlain(start, end_) - start;
     if (*cursor_ != '"') {
-        return decodeRest(start, value);
+        return decodeRest(start, text);
     }
-    value = {start, static_cast<std::size_t>(cursor_ - start)};
-    *cursor_++ = '\0';
+    text = {start, static_cast<std::size_t>(cursor_ - start)};
+    ++cursor_;
     return true;
 }
 

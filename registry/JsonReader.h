@@ -16,9 +16,9 @@ public:
     // Where a step into or through an object or array has led.
     enum class Next { item, end, failed };
 
-    // `text` ends with its first NUL byte, is overwritten while reading, and outlives the reader and every
-    // string that it returned.
-    explicit JsonReader(char* text) : begin_(text), cursor_(text) {}
+    // `text` has a NUL byte at `size` and ends with its first one. It is overwritten while reading, and
+    // outlives the reader and every string that it returned.
+    JsonReader(char* text, std::size_t size) : begin_(text), end_(text + size), cursor_(text) {}
 
     // Steps to the first member or the next one; `name` is set and its value is due. At `end` the reader
     // stands on the closing bracket.
@@ -48,6 +48,7 @@ public:
 private:
     void skipSpace();
     bool readName(std::string_view& name);
+    bool readText(std::string_view& text);
     bool decodeRest(char* start, std::string_view& value);
     bool decodeEscape(char& decoded);
     bool skipScalar();
@@ -57,6 +58,7 @@ private:
     Next nextItem(bool inObject);
 
     char* begin_;
+    const char* end_;
     char* cursor_;
     JsonError error_;
 };

@@ -1,26 +1,22 @@
 #include "registry/JsonString.h"
 
+#include <algorithm>
 #include <array>
-#include <cstddef>
-#include <string_view>
+
+#include "registry/PlainBytes.h"
 
 namespace quelm {
 
 namespace {
 
-constexpr std::size_t longestValue = 4087;
-
-// What a byte becomes: itself, a backslash and this letter, \u00XX, or the end of the value.
-constexpr char copied = 0;
+// What follows the backslash for a byte that is not plain: this letter, or the number of the byte.
 constexpr char numbered = 'u';
-constexpr char ending = '$';
 
 constexpr std::array<char, 256> makeForms() {
     std::array<char, 256> made{};
     for (std::size_t byte = 0; byte < 0x20; ++byte) {
         made[byte] = numbered;
     }
-    made['\0'] = ending;
     made['\b'] = 'b';
     made['\t'] = 't';
     made['\n'] = 'n';
@@ -30,61 +26,61 @@ constexpr std::array<char, 256> makeForms() {
     made['\\'] = '\\';
     return made;
 }
-constexpr std::array<char, 256> forms = makeForms();
+constexpr auto forms = makeForms();
 
-char formOf(char c) {
-    return forms[static_cast<unsigned char>(c)];
+char* write(char* output, std::string_view text) {
+    return std::copy(text.begin(), text.end(), output);
 }
 
-void appendEscaped(std::string& output, char c) {
+char* writeEscaped(char* output, char c) {
     constexpr std::string_view digits = "0123456789ABCDEF";
-    const char form = formOf(c);
-    output += '\\';
-    output += form;
-    if (form == numbered) {
-        const auto byte = static_cast<unsigned char>(c);
-        output += "00";
-        output += digits[byte >> 4];
-        output += digits[byte & 0x0fU];
+    const auto byte = static_cast<unsigned char>(c);
+    *output++ = '\\';
+    *output++ = forms[byte];
+    if (forms[byte] == numbered) {
+        output = write(output, "00");
+        *output++ = digits[byte >> 4];
+        *output++ = digits[byte & 0x0fU];
     }
+    return output;
 }
 
-// False when the value is too long; the output then ends with a part of it.
-bool appendEscapedValue(std::string& output, const char* value) {
-    const std::size_t limit = output.size() + longestValue;
-    for (const char* rest = value;; ++rest) {
-        const char* const plain = rest;
-        while (formOf(*rest) == copied) {
-            ++rest;
+// Null when the value is too long.
+char* writeEscapedValue(char* output, std::string_view value) {
+    const char* const limit = output + longestJsonValue;
+    for (const char c : value.substr(0, value.find('\0'))) {
+        if (isPlain(c)) {
+            *output++ = c;
+        } else {
+            output = writeEscaped(output, c);
         }
-        const auto length = static_cast<std::size_t>(rest - plain);
-        if (length > limit - output.size()) {
-            return false;
-        }
-        output.append(plain, length);
-        if (formOf(*rest) == ending) {
-            return true;
-        }
-        appendEscaped(output, *rest);
-        if (output.size() > limit) {
-            return false;
+        if (output > limit) {
+            return nullptr;
         }
     }
+    return output;
+}
+
+// Null when the value is too long. Few values need an escape; the others are copied as they are.
+char* writeValue(char* output, std::string_view value) {
+    if (value.size() <= longestJsonValue &&
+        findNotPlain(value.data(), value.data() + value.size()) == value.data() + value.size()) {
+        return write(output, value);
+    }
+    return writeEscapedValue(output, value);
 }
 
 } // namespace
 
-void appendJsonString(std::string& output, const char* value) {
-    const std::size_t start = output.size();
-    if (value != nullptr) {
-        output += '"';
-        if (appendEscapedValue(output, value)) {
-            output += '"';
-            return;
+char* writeJsonString(char* output, std::string_view value) {
+    if (value.data() != nullptr) {
+        *output = '"';
+        if (char* const end = writeValue(output + 1, value)) {
+            *end = '"';
+            return end + 1;
         }
-        output.resize(start);
     }
-    output += "null";
+    return write(output, "null");
 }
 
 } // namespace quelm

@@ -17,21 +17,25 @@ constexpr const char* unknownType = "Unknown php handler type : ";
 
 } // namespace
 
-PhpHandlerType parseHandlerType(const std::string& text) {
+PhpHandlerType parseHandlerType(std::string_view text) {
     for (std::uint32_t value = 0; value < typeNames.size(); ++value) {
         if (typeNames[value] == text) {
             return static_cast<PhpHandlerType>(value);
         }
     }
-    throw QuelmUtilException(unknownType + text);
+    throw QuelmUtilException(unknownType + std::string(text));
 }
 
-std::string formatHandlerType(const PhpHandler& handler) {
-    const auto value = static_cast<std::uint32_t>(handler.type);
+std::string_view handlerTypeName(PhpHandlerType type) {
+    const auto value = static_cast<std::uint32_t>(type);
     if (value >= typeNames.size()) {
         throw std::runtime_error(unknownType + std::to_string(value));
     }
-    return std::string(typeNames[value]);
+    return typeNames[value];
+}
+
+std::string formatHandlerType(const PhpHandler& handler) {
+    return std::string(handlerTypeName(handler.type));
 }
 
 bool isClassicTypeName(std::string_view text) {

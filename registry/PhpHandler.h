@@ -25,10 +25,12 @@ struct PhpHandler {
 };
 
 // The type for exactly "module", "cgi", "fastcgi" or "fpm". Throws QuelmUtilException for any other text.
-PhpHandlerType parseHandlerType(const std::string& text);
+PhpHandlerType parseHandlerType(std::string_view text);
 
-// The word for the handler's type. Throws std::runtime_error when the value is none of the four: no input
-// leads there.
+// The word for the type. Throws std::runtime_error when the value is none of the four: no input leads there.
+std::string_view handlerTypeName(PhpHandlerType type);
+
+// The word for the handler's type. Throws as handlerTypeName does.
 std::string formatHandlerType(const PhpHandler& handler);
 
 // True for the types that are older than FPM: "module", "cgi" and "fastcgi".

@@ -27,7 +27,7 @@ constexpr std::array<Member, 10> members{{
     {"phpini", &HandlerObject::phpini, true},
     {"version", &HandlerObject::version, true},
     {"displayname", &HandlerObject::displayname, true},
-    {"type", &HandlerObject::type, true},
+    {"type", &HandlerObject::typeName, true},
     {"system", nullptr, false},
     {"service", &HandlerObject::service, false},
     {"poold", &HandlerObject::poold, false},
@@ -71,9 +71,8 @@ bool readMember(JsonReader& reader, const Member& member, HandlerObject& handler
 
 } // namespace
 
-RegistryDocument::RegistryDocument(char* text) : reader_(text) {
-    handlers_.reserve(initialCapacity);
-}
+RegistryDocument::RegistryDocument(char* text, std::size_t size)
+    : reader_(text, size), handlers_(initialCapacity) {}
 
 bool RegistryDocument::parse() {
     std::string_view name;
@@ -94,7 +93,7 @@ bool RegistryDocument::parse() {
 }
 
 bool RegistryDocument::readHandlers() {
-    handlers_.clear();
+    handlers_.shrink(0);
     Next step = reader_.openArray();
     for (; step == Next::item; step = reader_.nextElement()) {
         if (!appendHandler() || !readHandler()) {
@@ -110,7 +109,7 @@ bool RegistryDocument::readHandlers() {
 
 bool RegistryDocument::appendHandler() {
     try {
-        handlers_.emplace_back();
+        handlers_.append();
     } catch (const std::bad_alloc&) {
         return reader_.fail(JsonErrorCode::outOfMemory);
     }

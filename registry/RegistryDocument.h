@@ -21,40 +21,25 @@
 #pragma once
 
 #include <cstddef>
-#include <memory_resource>
-#include <vector>
+#include <utility>
 
+#include "registry/HandlerArray.h"
 #include "registry/JsonError.h"
 #include "registry/JsonReader.h"
 
 namespace quelm {
 
-// One element of "php". The strings end with their first NUL byte and lie in the text that was read.
-struct HandlerObject {
-    const char* id = "";
-    const char* displayname = "";
-    const char* path = "";
-    const char* clipath = "";
-    const char* version = "";
-    const char* phpini = "";
-    const char* service = "";
-    const char* poold = "";
-    const char* type = "";
-    bool system = false;
-};
-
 class RegistryDocument {
 public:
-    using Handlers = std::pmr::vector<HandlerObject>;
-
-    // `text` as for JsonReader; it outlives the handlers. Makes room for 18 handlers; when that fails,
-    // std::bad_alloc is thrown.
-    explicit RegistryDocument(char* text);
+    // `text` and `size` as for JsonReader; the text outlives the handlers. Makes room for 18 handlers; when
+    // that fails, std::bad_alloc is thrown.
+    RegistryDocument(char* text, std::size_t size);
 
     // Reads the whole document, once. False after the first violation, which error() then tells.
     bool parse();
 
-    const Handlers& handlers() const { return handlers_; }
+    const HandlerArray& handlers() const { return handlers_; }
+    HandlerArray takeHandlers() { return std::move(handlers_); }
     const JsonError& error() const { return reader_.error(); }
 
 private:
@@ -63,7 +48,7 @@ private:
     bool appendHandler();
 
     JsonReader reader_;
-    Handlers handlers_;
+    HandlerArray handlers_;
 };
 
 } // namespace quelm

@@ -1,217 +1,36 @@
 #include "registry/RegistryFile.h"
 
-#include <cerrno>
-#include <csignal>
-#include <cstddef>
-#include <cstring>
-#include <iostream>
-#include <memory>
-#include <new>
-#include <optional>
-#include <stdexcept>
-#include <string_view>
-#include <utility>
-
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <syslog.h>
-#include <unistd.h>
-
-#include "cli/Log.h"
-#include "cli/QuelmUtilException.h"
-#include "cli/ScopedSignal.h"
-#include "registry/DisplayName.h"
-#include "registry/JsonError.h"
-#include "registry/RegistryDocument.h"
+#include "registry/RegistrySnapshot.h"
 #include "registry/RegistryWriter.h"
+#include "registry/TextFile.h"
 
 namespace quelm {
 
 namespace {
 
-// Closes the descriptor, keeping errno, unless close() did.
-class OpenFile {
-public:
-    explicit OpenFile(int descriptor) : descriptor_(descriptor) {}
-    OpenFile(const OpenFile&) = delete;
-    OpenFile& operator=(const OpenFile&) = delete;
-    ~OpenFile() {
-        const int kept = errno;
-        if (isOpen()) {
-            ::close(descriptor_);
-        }
-        errno = kept;
-    }
-
-    bool isOpen() const { return descriptor_ >= 0; }
-    int descriptor() const { return descriptor_; }
-
-    bool close() {
-        const int result = ::close(descriptor_);
-        descriptor_ = -1;
-        return result == 0;
-    }
-
-private:
-    int descriptor_;
-};
-
-// A FIFO or terminal in the file's place must neither hang us nor become ours. A file that another process
-// holds a lease on answers such an open with EWOULDBLOCK; only an open that waits gets it when the lease is
-// given back.
-int openWithoutHanging(const std::string& path, int flags) {
-    constexpr mode_t newFileMode = 0666;
-    const int common = flags | O_CLOEXEC | O_NOCTTY;
-    const int descriptor = ::open(path.c_str(), common | O_NONBLOCK, newFileMode);
-    if (descriptor == -1 && errno == EWOULDBLOCK) {
-        return ::open(path.c_str(), common, newFileMode);
-    }
-    return descriptor;
-}
-
-// The NUL-terminated text of a file; size 0 when there is none.
-struct FileText {
-    std::unique_ptr<char[]> bytes;
-    std::size_t size = 0;
-};
-
-// -1 on failure.
-ssize_t readSome(int descriptor, char* into, std::size_t room) {
-    ssize_t count;
-    do {
-        count = ::read(descriptor, into, room);
-    } while (count < 0 && errno == EINTR);
-    return count;
-}
-
-void grow(FileText& text, std::size_t capacity) {
-    auto larger = std::make_unique_for_overwrite<char[]>(capacity);
-    std::memcpy(larger.get(), text.bytes.get(), text.size);
-    text.bytes = std::move(larger);
-}
-
-// The size that the file had when it was opened is only a hint. Nothing when a read fails.
-std::optional<FileText> readToEnd(int descriptor, std::size_t expectedSize) {
-    std::size_t capacity = expectedSize + 2;
-    FileText text{std::make_unique_for_overwrite<char[]>(capacity)};
-    for (;;) {
-        const std::size_t room = capacity - 1 - text.size;
-        const ssize_t count = readSome(descriptor, text.bytes.get() + text.size, room);
-        if (count < 0) {
-            return std::nullopt;
-        }
-        text.size += static_cast<std::size_t>(count);
-        if (count == 0) {
-            text.bytes[text.size] = '\0';
-            return text;
-        }
-        if (text.size == capacity - 1) {
-            capacity *= 2;
-            grow(text, capacity);
-        }
-    }
-}
-
-void logFailure(const char* action, const std::string& path, const char* reason) {
-    const int kept = errno;
-    log_message(LOG_ERR, "Unable to %s %s: %s", action, path.c_str(), reason);
-    errno = kept;
-}
-
-// A file that cannot be read is no registry yet, and the next save replaces it; the log tells why.
-FileText unreadable(const std::string& path) {
-    if (errno != ENOENT) {
-        logFailure("read", path, std::strerror(errno));
-    }
-    return {};
-}
-
-FileText readText(const std::string& path) {
-    const OpenFile file(openWithoutHanging(path, O_RDONLY));
-    struct stat status {};
-    if (!file.isOpen() || ::fstat(file.descriptor(), &status) != 0) {
-        return unreadable(path);
-    }
-    if (!S_ISREG(status.st_mode)) {
-        logFailure("read", path, "not a regular file");
-        return {};
-    }
-    auto text = readToEnd(file.descriptor(), static_cast<std::size_t>(status.st_size));
-    return text ? std::move(*text) : unreadable(path);
-}
-
-std::unique_ptr<RegistryDocument> makeDocument(char* text) {
-    try {
-        return std::make_unique<RegistryDocument>(text);
-    } catch (const std::bad_alloc&) {
-        throw std::runtime_error("can not create php_versions_info object");
-    }
-}
-
-PhpHandler makeHandler(const HandlerObject& object, std::string displayname) {
-    return {.id = object.id,
-            .displayname = std::move(displayname),
-            .path = object.path,
-            .clipath = object.clipath,
-            .version = object.version,
-            .phpini = object.phpini,
-            .service = object.service,
-            .poold = object.poold,
-            .type = parseHandlerType(object.type),
-            .system = object.system};
-}
-
-// The first record with an id wins, and the type of a later one is not even looked at. The display name is:
-// the order of the three failures is kept for callers that compare messages.
-void addRecord(HandlerRegistry& registry, const HandlerObject& object) {
-    std::string displayname = unescapedDisplayName(object.displayname);
-    if (registry.contains(object.id)) {
-        std::cerr << std::string("[Warning] conflicting handler with id `") + object.id +
-                         "' found. Ignoring\n";
-        return;
-    }
-    registry.append(makeHandler(object, std::move(displayname)));
-}
-
-void fill(HandlerRegistry& registry, char* text) {
-    const auto document = makeDocument(text);
-    // The report names the system's error, so one that an earlier step left must not be seen.
-    errno = 0;
-    if (!document->parse()) {
-        throw std::runtime_error("can not parse php_versions_info object : " +
-                                 formatJsonError(document->error()));
-    }
-    registry.reserve(document->handlers().size());
-    for (const HandlerObject& object : document->handlers()) {
-        addRecord(registry, object);
-    }
-}
-
-bool writeAll(int descriptor, std::string_view text) {
-    while (!text.empty()) {
-        const ssize_t count = ::write(descriptor, text.data(), text.size());
-        if (count >= 0) {
-            text.remove_prefix(static_cast<std::size_t>(count));
-        } else if (errno != EINTR) {
-            return false;
-        }
-    }
-    return true;
+PhpHandler copyOf(const HandlerObject& handler) {
+    return {.id = handler.id,
+            .displayname = {handler.displayname, handler.nameSize},
+            .path = handler.path,
+            .clipath = handler.clipath,
+            .version = handler.version,
+            .phpini = handler.phpini,
+            .service = handler.service,
+            .poold = handler.poold,
+            .type = handler.type,
+            .system = handler.system};
 }
 
 } // namespace
 
 void load(HandlerRegistry& registry, const std::string& path) {
     registry.clear();
-    const FileText text = readText(path);
-    if (text.size == 0) {
-        return;
-    }
+    const RegistrySnapshot snapshot(path);
     try {
-        fill(registry, text.bytes.get());
-    } catch (const std::runtime_error& failure) {
-        registry.clear();
-        throw QuelmUtilException("Error reading " + path + ": " + failure.what());
+        registry.reserve(snapshot.handlers().size());
+        for (const HandlerObject& handler : snapshot.handlers()) {
+            registry.append(copyOf(handler));
+        }
     } catch (...) {
         registry.clear();
         throw;
@@ -219,17 +38,7 @@ void load(HandlerRegistry& registry, const std::string& path) {
 }
 
 void save(const HandlerRegistry& registry, const std::string& path) {
-    const std::string document = registryJson(registry, JsonPurpose::storage);
-    // A file size limit must show as a failed write, not end the program with half a file.
-    const ScopedSignal ignored(SIGXFSZ, SIG_IGN);
-    OpenFile file(openWithoutHanging(path, O_WRONLY | O_CREAT | O_TRUNC));
-    if (!file.isOpen()) {
-        logFailure("open", path, std::strerror(errno));
-    } else if (!writeAll(file.descriptor(), document)) {
-        logFailure("write", path, std::strerror(errno));
-    } else if (!file.close()) {
-        logFailure("close", path, std::strerror(errno));
-    }
+    writeTextFile(path, registryJson(registry, JsonPurpose::storage));
 }
 
 } // namespace quelm

@@ -2,92 +2,102 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <memory>
 #include <string_view>
 
 #include "registry/DisplayName.h"
+#include "registry/HandlerView.h"
 #include "registry/JsonString.h"
 
 namespace quelm {
 
 namespace {
 
-void appendMember(std::string& output, std::string_view prefix, const std::string& value) {
-    output += prefix;
-    // c_str: a value with a NUL byte is written up to it.
-    appendJsonString(output, value.c_str());
+// How much is written at once: the longest, and what a handler usually takes.
+constexpr std::size_t longestPiece = 65536;
+constexpr std::size_t usualHandler = 512;
+
+// Whatever its texts, a handler takes no more: nine of them, and what stands around them.
+constexpr std::size_t handlerRoom = 9 * jsonStringRoom + 256;
+
+char* write(char* output, std::string_view text) {
+    return std::copy(text.begin(), text.end(), output);
 }
 
-void appendHandler(std::string& output, const PhpHandler& handler, JsonPurpose purpose) {
-    output += "\n{\n";
-    appendMember(output, "\t\"id\":", handler.id);
-    appendMember(output, ",\n\t\"path\":", handler.path);
-    appendMember(output, ",\n\t\"clipath\":", handler.clipath);
-    appendMember(output, ",\n\t\"phpini\":", handler.phpini);
-    appendMember(output, ",\n\t\"version\":", handler.version);
-    appendMember(output, ",\n\t\"displayname\":",
-                 purpose == JsonPurpose::storage ? escapedDisplayName(handler)
-                                                 : expandedDisplayName(handler));
-    appendMember(output, ",\n\t\"type\":", formatHandlerType(handler));
-    output += ",\n\t\"system\":";
-    output += handler.system ? "true" : "false";
+char* writeMember(char* output, std::string_view prefix, std::string_view value) {
+    return writeJsonString(write(output, prefix), value);
+}
+
+char* writeHandler(char* output, const HandlerView& handler, std::string_view displayname) {
+    output = write(output, "\n{\n");
+    output = writeMember(output, "\t\"id\":", handler.id);
+    output = writeMember(output, ",\n\t\"path\":", handler.path);
+    output = writeMember(output, ",\n\t\"clipath\":", handler.clipath);
+    output = writeMember(output, ",\n\t\"phpini\":", handler.phpini);
+    output = writeMember(output, ",\n\t\"version\":", handler.version);
+    output = writeMember(output, ",\n\t\"displayname\":", displayname);
+    output = writeMember(output, ",\n\t\"type\":", handlerTypeName(handler.type));
+    output = write(output, handler.system ? ",\n\t\"system\":true" : ",\n\t\"system\":false");
     if (handler.type == PhpHandlerType::fpm) {
-        appendMember(output, ",\n\t\"service\":", handler.service);
-        appendMember(output, ",\n\t\"poold\":", handler.poold);
+        output = writeMember(output, ",\n\t\"service\":", handler.service);
+        output = writeMember(output, ",\n\t\"poold\":", handler.poold);
     }
-    output += "\n}";
+    return write(output, "\n}");
 }
 
-// Calls `more` after each record, which may empty the output.
-template <class More>
-void appendDocument(std::string& output, const HandlerRegistry& registry, JsonPurpose purpose, More more) {
-    output += "{\"php\":[";
+// Gives the document to `take` in pieces of some 64 KiB. `nameOf` tells how the display name is written.
+template <class Handlers, class NameOf, class Take>
+void writeDocument(const Handlers& handlers, NameOf nameOf, Take take) {
+    const std::size_t size = std::min(handlers.size() * usualHandler, longestPiece);
+    const auto piece = std::make_unique_for_overwrite<char[]>(size + handlerRoom);
+    char* const full = piece.get() + size;
+    char* end = write(piece.get(), "{\"php\":[");
+    const auto flush = [&] {
+        take(std::string_view(piece.get(), end));
+        end = piece.get();
+    };
     bool first = true;
-    for (const PhpHandler& handler : registry) {
+    for (const auto& handler : handlers) {
         if (!first) {
-            output += ',';
+            *end++ = ',';
         }
         first = false;
-        appendHandler(output, handler, purpose);
-        more();
+        end = writeHandler(end, viewOf(handler), nameOf(handler));
+        if (end >= full) {
+            flush();
+        }
     }
-    output += "\n]}\n";
+    end = write(end, "\n]}\n");
+    flush();
 }
 
-// Enough when nothing needs an escape, so that the document is not copied while it grows.
-std::size_t expectedSize(const HandlerRegistry& registry) {
-    constexpr std::size_t fixedPart = 160;
-    std::size_t size = fixedPart;
-    for (const PhpHandler& handler : registry) {
-        size += fixedPart + handler.id.size() + handler.path.size() + handler.clipath.size() +
-                handler.phpini.size() + 2 * handler.version.size() + 3 * handler.displayname.size() +
-                handler.service.size() + handler.poold.size();
-    }
-    return size;
+auto writerTo(std::ostream& stream) {
+    return [&stream](std::string_view piece) {
+        stream.write(piece.data(), static_cast<std::streamsize>(piece.size()));
+    };
 }
 
 } // namespace
 
 std::string registryJson(const HandlerRegistry& registry, JsonPurpose purpose) {
-    std::string output;
-    output.reserve(expectedSize(registry));
-    appendDocument(output, registry, purpose, [] {});
-    return output;
+    std::string document;
+    writeDocument(registry, purpose == JsonPurpose::storage ? escapedDisplayName : expandedDisplayName,
+                  [&](std::string_view piece) { document += piece; });
+    return document;
 }
 
 void writeRegistryJson(const HandlerRegistry& registry, std::ostream& stream, bool forStorage) {
-    constexpr std::size_t piece = 65536;
-    std::string output;
-    output.reserve(std::min(expectedSize(registry), 2 * piece));
-    const auto flush = [&] {
-        stream.write(output.data(), static_cast<std::streamsize>(output.size()));
-        output.clear();
+    writeDocument(registry, forStorage ? escapedDisplayName : expandedDisplayName, writerTo(stream));
+}
+
+void writeRegistryJson(const RegistrySnapshot& snapshot, std::ostream& stream) {
+    std::string name;
+    const auto expanded = [&](const HandlerObject& handler) -> std::string_view {
+        name.clear();
+        appendExpandedName(name, {handler.displayname, handler.nameSize}, handler.version);
+        return name;
     };
-    appendDocument(output, registry, forStorage ? JsonPurpose::storage : JsonPurpose::listing, [&] {
-        if (output.size() >= piece) {
-            flush();
-        }
-    });
-    flush();
+    writeDocument(snapshot.handlers(), expanded, writerTo(stream));
 }
 
 } // namespace quelm

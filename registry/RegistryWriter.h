@@ -6,6 +6,7 @@
 #include <string>
 
 #include "registry/HandlerRegistry.h"
+#include "registry/RegistrySnapshot.h"
 
 namespace quelm {
 
@@ -17,5 +18,8 @@ std::string registryJson(const HandlerRegistry& registry, JsonPurpose purpose);
 // Writes the same piece by piece: for storage with percent-encoded display names, else with expanded ones.
 // Throws as registryJson does, when it comes to the record; a stream that fails is left to the caller.
 void writeRegistryJson(const HandlerRegistry& registry, std::ostream& stream, bool forStorage);
+
+// Writes what the registry file holds as a listing: the same bytes as for a registry loaded from it.
+void writeRegistryJson(const RegistrySnapshot& snapshot, std::ostream& stream);
 
 } // namespace quelm

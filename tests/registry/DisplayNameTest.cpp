@@ -24,6 +24,10 @@ PhpHandler named(const std::string& displayname, const std::string& version = ""
     return handler;
 }
 
+std::string unescaped(std::string text) {
+    return std::string(unescapeDisplayName(text));
+}
+
 bool memoryIsOut = false;
 
 void* givenMemory(std::size_t size) {
@@ -101,17 +105,17 @@ TEST(EscapedDisplayName, ANulByteIsEncodedLikeAnyOther) {
 }
 
 TEST(UnescapedDisplayName, EncodedBytesAreDecoded) {
-    EXPECT_EQ(unescapedDisplayName("PHP%208.1%20%28custom%29"), "PHP 8.1 (custom)");
-    EXPECT_EQ(unescapedDisplayName("%c3%A9"), "\xc3\xa9");
-    EXPECT_EQ(unescapedDisplayName("a%00b"), std::string("a\0b", 3));
-    EXPECT_EQ(unescapedDisplayName(""), "");
+    EXPECT_EQ(unescaped("PHP%208.1%20%28custom%29"), "PHP 8.1 (custom)");
+    EXPECT_EQ(unescaped("%c3%A9"), "\xc3\xa9");
+    EXPECT_EQ(unescaped("a%00b"), std::string("a\0b", 3));
+    EXPECT_EQ(unescaped(""), "");
 }
 
 TEST(UnescapedDisplayName, WhatIsNoEncodingStays) {
-    EXPECT_EQ(unescapedDisplayName("%zz"), "%zz");
-    EXPECT_EQ(unescapedDisplayName("100%"), "100%");
-    EXPECT_EQ(unescapedDisplayName("%2"), "%2");
-    EXPECT_EQ(unescapedDisplayName("a+b c"), "a+b c");
+    EXPECT_EQ(unescaped("%zz"), "%zz");
+    EXPECT_EQ(unescaped("100%"), "100%");
+    EXPECT_EQ(unescaped("%2"), "%2");
+    EXPECT_EQ(unescaped("a+b c"), "a+b c");
 }
 
 TEST(EscapedDisplayName, EveryByteSurvivesTheRoundTrip) {
@@ -119,14 +123,36 @@ TEST(EscapedDisplayName, EveryByteSurvivesTheRoundTrip) {
     for (int byte = 0; byte < 256; ++byte) {
         name += static_cast<char>(byte);
     }
-    EXPECT_EQ(unescapedDisplayName(escapedDisplayName(named(name))), name);
+    EXPECT_EQ(unescaped(escapedDisplayName(named(name))), name);
 }
 
 TEST(EscapedDisplayName, WithoutMemoryThereIsNoConversion) {
     EXPECT_EQ(failureWithoutMemory([] { escapedDisplayName(named("PHP 8")); }),
               "Unable to convert display name");
-    EXPECT_EQ(failureWithoutMemory([] { unescapedDisplayName("PHP%208"); }),
-              "Unable to convert display name");
+    EXPECT_EQ(failureWithoutMemory([] { unescaped("PHP%208"); }), "Unable to convert display name");
+}
+
+TEST(UnescapedDisplayName, TheDecodedNameTakesThePlaceOfTheEncodedOne) {
+    std::string text = "a%20b, and more";
+    const std::string_view name = unescapeDisplayName({text.data(), 5});
+    EXPECT_EQ(name, "a b");
+    EXPECT_EQ(name.data(), text.data());
+    EXPECT_EQ(text.substr(5), ", and more");
+}
+
+TEST(UnescapedDisplayName, ANameThatCannotBeDecodedStays) {
+    const std::string told = test::inChild([] {
+                                 ::curl_global_init_mem(CURL_GLOBAL_NOTHING, givenMemory, std::free,
+                                                        movedMemory, copiedText, clearedMemory);
+                                 memoryIsOut = true;
+                                 std::string text = "a%20b";
+                                 try {
+                                     unescapeDisplayName(text);
+                                 } catch (const std::runtime_error&) {
+                                     std::cout << text;
+                                 }
+                             }).output;
+    EXPECT_EQ(told, "a%20b");
 }
 
 // The pages behind the first are never touched, so this costs no memory.
@@ -138,7 +164,7 @@ TEST(UnescapedDisplayName, MoreBytesThanLibcurlCanCountAreRefused) {
     *static_cast<char*>(block) = '%';
     std::string message;
     try {
-        unescapedDisplayName({static_cast<char*>(block), size});
+        unescapeDisplayName({static_cast<char*>(block), size});
     } catch (const std::runtime_error& failure) {
         message = failure.what();
     }

@@ -11,7 +11,7 @@ namespace {
 using Next = JsonReader::Next;
 
 std::string readOneString(std::string text) {
-    JsonReader reader(text.data());
+    JsonReader reader(text.data(), text.size());
     std::string_view value;
     EXPECT_TRUE(reader.readString(value)) << text;
     EXPECT_EQ(*(value.data() + value.size()), '\0');
@@ -20,7 +20,7 @@ std::string readOneString(std::string text) {
 
 // Drops the value and tells how much of "VALUE|" is left.
 std::string leftAfterDropping(std::string text) {
-    JsonReader reader(text.data());
+    JsonReader reader(text.data(), text.size());
     EXPECT_TRUE(reader.skipValue()) << text;
     reader.fail(JsonErrorCode::valueExpected);
     return text.substr(reader.error().offset);
@@ -41,7 +41,7 @@ TEST(JsonReaderString, EveryControlByteIsRefused) {
     for (int byte = 1; byte < 0x20; ++byte) {
         for (const std::string front : {"\"ab", "\"\\\\b"}) {
             std::string text = front + static_cast<char>(byte) + '"';
-            JsonReader reader(text.data());
+            JsonReader reader(text.data(), text.size());
             std::string_view value;
             EXPECT_FALSE(reader.readString(value));
             EXPECT_EQ(reader.error().code, JsonErrorCode::controlCharacter);
@@ -55,7 +55,7 @@ TEST(JsonReaderString, EveryByteBehindABackslash) {
     const std::string accepted = "\"\\/bfnrt";
     for (int byte = 1; byte < 256; ++byte) {
         std::string text = std::string("\"a\\") + static_cast<char>(byte) + "z\"";
-        JsonReader reader(text.data());
+        JsonReader reader(text.data(), text.size());
         std::string_view value;
         if (accepted.find(static_cast<char>(byte)) != std::string::npos) {
             EXPECT_TRUE(reader.readString(value)) << byte;
@@ -84,7 +84,7 @@ TEST(JsonReaderString, UnicodeNulEndsTheValueButNotTheString) {
 
 TEST(JsonReaderString, OffsetsStayThoseOfTheOriginalText) {
     std::string text = R"({"a\n\n\n\n":"\t\t\t\t","b":"\"\"x)";
-    JsonReader reader(text.data());
+    JsonReader reader(text.data(), text.size());
     std::string_view value;
     ASSERT_EQ(reader.openObject(value), Next::item);
     EXPECT_EQ(value, "a\n\n\n\n");
@@ -98,7 +98,7 @@ TEST(JsonReaderString, OffsetsStayThoseOfTheOriginalText) {
 
 TEST(JsonReaderBoolean, ExactlyTwoWords) {
     std::string text = " true false";
-    JsonReader reader(text.data());
+    JsonReader reader(text.data(), text.size());
     bool value = false;
     EXPECT_TRUE(reader.readBoolean(value));
     EXPECT_TRUE(value);
@@ -111,7 +111,7 @@ TEST(JsonReaderBoolean, ExactlyTwoWords) {
 TEST(JsonReaderSpace, ExactlySixBytesAreSpace) {
     for (int byte = 1; byte < 256; ++byte) {
         std::string text = std::string(1, static_cast<char>(byte)) + "{}";
-        JsonReader reader(text.data());
+        JsonReader reader(text.data(), text.size());
         std::string_view name;
         const bool space = std::string(" \t\n\v\f\r").find(static_cast<char>(byte)) != std::string::npos;
         if (byte != '{') {
@@ -155,7 +155,7 @@ TEST(JsonReaderDropped, AMillionOpenBracketsAreNoRecursion) {
     EXPECT_EQ(leftAfterDropping(std::string(depth, '[') + std::string(depth, ']') + "|"), "|");
 
     std::string open(depth, '[');
-    JsonReader reader(open.data());
+    JsonReader reader(open.data(), open.size());
     EXPECT_FALSE(reader.skipValue());
     EXPECT_EQ(reader.error().code, JsonErrorCode::documentEnded);
     EXPECT_EQ(reader.error().offset, depth);
@@ -169,7 +169,7 @@ TEST(JsonReaderDropped, AMillionObjectsAreNoRecursion) {
     }
     EXPECT_EQ(leftAfterDropping(text + "[]" + std::string(depth, '}') + "|"), "|");
     text += ']';
-    JsonReader reader(text.data());
+    JsonReader reader(text.data(), text.size());
     EXPECT_FALSE(reader.skipValue());
     EXPECT_EQ(reader.error().code, JsonErrorCode::valueExpected);
     EXPECT_EQ(reader.error().offset, 4 * depth);
@@ -177,7 +177,7 @@ TEST(JsonReaderDropped, AMillionObjectsAreNoRecursion) {
 
 TEST(JsonReaderDropped, BracketsMustMatchAtEveryDepth) {
     std::string text = R"([{"a":[{"b":[1}]})";
-    JsonReader reader(text.data());
+    JsonReader reader(text.data(), text.size());
     EXPECT_FALSE(reader.skipValue());
     EXPECT_EQ(reader.error().code, JsonErrorCode::arraySeparator);
     EXPECT_EQ(reader.error().offset, 14U);

@@ -1,16 +1,20 @@
 #include "registry/JsonString.h"
 
+#include <memory>
+#include <string>
+#include <string_view>
+
 #include <gtest/gtest.h>
 
 namespace quelm {
 
 namespace {
 
-std::string jsonString(const std::string& value) {
-    std::string output = "before";
-    appendJsonString(output, value.c_str());
-    EXPECT_EQ(output.substr(0, 6), "before");
-    return output.substr(6);
+// Of the size that is asked for, so that a byte more is seen.
+std::string jsonString(std::string_view value) {
+    const auto room = std::make_unique<char[]>(jsonStringRoom);
+    const char* const end = writeJsonString(room.get(), value);
+    return std::string(static_cast<const char*>(room.get()), end);
 }
 
 std::string inQuotes(const std::string& text) {
@@ -26,7 +30,7 @@ TEST(JsonString, ControlBytesAreEscaped) {
                                  "\\u0016", "\\u0017", "\\u0018", "\\u0019", "\\u001A", "\\u001B", "\\u001C",
                                  "\\u001D", "\\u001E", "\\u001F"};
     for (int byte = 1; byte < 0x20; ++byte) {
-        EXPECT_EQ(jsonString({static_cast<char>(byte)}), inQuotes(forms[byte - 1]));
+        EXPECT_EQ(jsonString(std::string(1, static_cast<char>(byte))), inQuotes(forms[byte - 1]));
     }
 }
 
@@ -48,13 +52,15 @@ TEST(JsonString, OtherBytesAreCopied) {
 
 TEST(JsonString, EmptyAndMissingValues) {
     EXPECT_EQ(jsonString(""), "\"\"");
-    std::string output = "x";
-    appendJsonString(output, nullptr);
-    EXPECT_EQ(output, "xnull");
+    EXPECT_EQ(jsonString(std::string_view()), "null");
 }
 
 TEST(JsonString, TheValueEndsAtItsFirstNulByte) {
-    EXPECT_EQ(jsonString(std::string("a\0b", 3)), "\"a\"");
+    using namespace std::string_view_literals;
+    EXPECT_EQ(jsonString("a\0b"sv), "\"a\"");
+    EXPECT_EQ(jsonString("\0"sv), "\"\"");
+    EXPECT_EQ(jsonString("sixteen bytes or\0more"sv), "\"sixteen bytes or\"");
+    EXPECT_EQ(jsonString("a" + std::string(1, '\0') + std::string(5000, 'x')), "\"a\"");
 }
 
 TEST(JsonString, UpTo4087BytesAreWritten) {
@@ -90,12 +96,16 @@ TEST(JsonString, AControlByteAtTheLimit) {
     EXPECT_EQ(jsonString(front + "xxxxx\""), "null");
 }
 
-TEST(JsonString, AnAbandonedValueLeavesNothingBehind) {
-    std::string output = "[";
-    appendJsonString(output, std::string(5000, '\n').c_str());
-    output += ',';
-    appendJsonString(output, "next");
-    EXPECT_EQ(output, "[null,\"next\"");
+TEST(JsonString, EveryByteAnywhereInAValue) {
+    for (std::size_t length = 1; length <= 40; ++length) {
+        for (std::size_t place = 0; place < length; ++place) {
+            const std::string front(place, 'x');
+            const std::string back(length - place - 1, 'y');
+            EXPECT_EQ(jsonString(front + "\"" + back), inQuotes(front + "\\\"" + back));
+            EXPECT_EQ(jsonString(front + "\x1f" + back), inQuotes(front + "\\u001F" + back));
+            EXPECT_EQ(jsonString(front + "\xff" + back), inQuotes(front + "\xff" + back));
+        }
+    }
 }
 
 } // namespace quelm

@@ -1,0 +1,38 @@
+// A handler whose texts lie elsewhere: what the listings and the writer look at, be it a record of a registry
+// or a handler in the text of the registry file.
+#pragma once
+
+#include <string_view>
+
+#include "registry/PhpHandler.h"
+
+namespace quelm {
+
+// Valid while the texts it was made from are.
+struct HandlerView {
+    std::string_view id;
+    std::string_view displayname;
+    std::string_view path;
+    std::string_view clipath;
+    std::string_view version;
+    std::string_view phpini;
+    std::string_view service;
+    std::string_view poold;
+    PhpHandlerType type;
+    bool system;
+};
+
+inline HandlerView viewOf(const PhpHandler& handler) {
+    return {.id = handler.id,
+            .displayname = handler.displayname,
+            .path = handler.path,
+            .clipath = handler.clipath,
+            .version = handler.version,
+            .phpini = handler.phpini,
+            .service = handler.service,
+            .poold = handler.poold,
+            .type = handler.type,
+            .system = handler.system};
+}
+
+} // namespace quelm

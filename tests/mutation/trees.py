@@ -118,6 +118,8 @@ def mirror(source, target):
 class Tree:
     """A folder with the sources and both builds."""
 
+    place, sources, tests = PLACE, "source", "tests"
+
     def __init__(self, name):
         self.name = name
         self.folder = FOLDER / name
@@ -125,26 +127,30 @@ class Tree:
         self.hosts = None
 
     def source(self, file):
-        return self.folder / "source" / file
+        return self.folder / self.sources / file
+
+    def seeds(self):
+        """Where the sandbox sees the sources, and the seeds with them."""
+        return self.place / self.sources
 
     def sandbox(self, command, writable=False):
         root = ["bwrap", "--die-with-parent", "--unshare-pid", "--unshare-net", "--ro-bind", "/", "/",
                 "--dev", "/dev", "--proc", "/proc", "--perms", "1777", "--size", str(GIGABYTE), "--tmpfs", "/tmp",
-                "--bind" if writable else "--ro-bind", str(self.folder), str(PLACE),
+                "--bind" if writable else "--ro-bind", str(self.folder), str(self.place),
                 "--setenv", "TMPDIR", "/tmp", "--setenv", "LC_ALL", "C.UTF-8", "--chdir", "/tmp", "--"]
         return root + [str(word) for word in command]
 
     def ninja(self, build, *targets, jobs=1):
         """Whether the targets could be built."""
-        command = ["nice", "ninja", "-C", PLACE / build, f"-j{jobs}", *targets]
+        command = ["nice", "ninja", "-C", self.place / build, f"-j{jobs}", *targets]
         try:
             return run(self.sandbox(command, writable=True), self.log, 1800) == 0
         except TimeOut:
             return False
 
     def unit_test(self, program, words, seconds):
-        """Whether the program, a path below tests/, ends with 0."""
-        command = self.sandbox([PLACE / "tests" / program, *words])
+        """Whether the program, a path in the build of the unit tests, ends with 0."""
+        command = self.sandbox([self.place / self.tests / program, *words])
         return run(command, self.log, seconds, QUIET, preexec_fn=prepare_child) == 0
 
     def system_tests(self, files, seconds):
@@ -171,6 +177,12 @@ class Tree:
         return f"program/CMakeFiles/tamrix_core.dir/{file}.o"
 
 
+class CheckoutTree(Tree):
+    """A copy of the checkout and of its dev build, seen where the checkout is: what ./test has built serves as base."""
+
+    place, sources, tests = ROOT, ".", "build/dev"
+
+
 def checkout_files():
     listed = subprocess.run(
         ["git", "-C", ROOT, "ls-files", "-z", "--cached", "--others", "--exclude-standard"],
@@ -195,4 +207,16 @@ def lay_base(jobs):
         if run(base.sandbox(configure + settings, writable=True), base.log, 600) != 0 or not base.ninja(
                 build, "all", jobs=jobs):
             raise RuntimeError(f"{build} cannot be built: {base.log}")
+    return base
+
+
+def copy_checkout():
+    """build/mutation/checkout as the checkout and its dev build, which is up to date, are now."""
+    base = CheckoutTree("checkout")
+    shutil.rmtree(base.folder, ignore_errors=True)
+    for name in checkout_files():
+        target = base.source(name)
+        target.parent.mkdir(parents=True, exist_ok=True)
+        shutil.copy2(ROOT / name, target)
+    shutil.copytree(ROOT / base.tests, base.folder / base.tests, symlinks=True)
     return base

@@ -15,6 +15,7 @@
 #include "fuzz/Target.h"
 #include "registry/DisplayName.h"
 #include "registry/RegistryFile.h"
+#include "registry/RegistrySnapshot.h"
 #include "registry/RegistryWriter.h"
 #include "tests/registry/TestRegistry.h"
 
@@ -115,6 +116,16 @@ Reading withoutUnwritten(Reading reading) {
     return reading;
 }
 
+// What the file holds, listed without a registry.
+std::string listed(std::string_view text) {
+    static MemoryFile file;
+    file.fill(text);
+    const test::CaughtErrors errors;
+    std::ostringstream stream;
+    writeRegistryJson(RegistrySnapshot(file.path()), stream);
+    return stream.str();
+}
+
 void checkIds(const Reading& reading) {
     std::set<std::string> ids;
     for (const PhpHandler& handler : reading.records) {
@@ -141,6 +152,7 @@ void checkAccepted(const std::string& text, const Reading& reading) {
                 "a value that does not survive is refused: " + again.failure);
     }
     const std::string listing = stored(reading, false);
+    require(listed(text) == listing, "a listing of the file is one of its records");
     require(listing.starts_with("{\"php\":[\n") && listing.ends_with("\n]}\n"), "a listing is a document");
 }
 

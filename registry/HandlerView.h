@@ -2,13 +2,15 @@
 // or a handler in the text of the registry file.
 #pragma once
 
+#include <string>
 #include <string_view>
 
 #include "registry/PhpHandler.h"
 
 namespace quelm {
 
-// Valid while the texts it was made from are.
+// Valid while the texts it was made from are. A text that is left out is written as null, not as an empty
+// one.
 struct HandlerView {
     std::string_view id;
     std::string_view displayname;
@@ -31,6 +33,19 @@ inline HandlerView viewOf(const PhpHandler& handler) {
             .phpini = handler.phpini,
             .service = handler.service,
             .poold = handler.poold,
+            .type = handler.type,
+            .system = handler.system};
+}
+
+inline PhpHandler copyOf(const HandlerView& handler) {
+    return {.id = std::string(handler.id),
+            .displayname = std::string(handler.displayname),
+            .path = std::string(handler.path),
+            .clipath = std::string(handler.clipath),
+            .version = std::string(handler.version),
+            .phpini = std::string(handler.phpini),
+            .service = std::string(handler.service),
+            .poold = std::string(handler.poold),
             .type = handler.type,
             .system = handler.system};
 }

@@ -1,6 +1,5 @@
 #include "registry/JsonString.h"
 
-#include <algorithm>
 #include <array>
 
 #include "registry/PlainBytes.h"
@@ -9,7 +8,7 @@ namespace quelm {
 
 namespace {
 
-// What follows the backslash for a byte that is not plain: this letter, or the number of the byte.
+// What follows the backslash for a byte that is not plain; behind this letter comes the number of the byte.
 constexpr char numbered = 'u';
 
 constexpr std::array<char, 256> makeForms() {
@@ -28,17 +27,13 @@ constexpr std::array<char, 256> makeForms() {
 }
 constexpr auto forms = makeForms();
 
-char* write(char* output, std::string_view text) {
-    return std::copy(text.begin(), text.end(), output);
-}
-
 char* writeEscaped(char* output, char c) {
     constexpr std::string_view digits = "0123456789ABCDEF";
     const auto byte = static_cast<unsigned char>(c);
     *output++ = '\\';
     *output++ = forms[byte];
     if (forms[byte] == numbered) {
-        output = write(output, "00");
+        output = writeText(output, "00");
         *output++ = digits[byte >> 4];
         *output++ = digits[byte & 0x0fU];
     }
@@ -65,7 +60,7 @@ char* writeEscapedValue(char* output, std::string_view value) {
 char* writeValue(char* output, std::string_view value) {
     if (value.size() <= longestJsonValue &&
         findNotPlain(value.data(), value.data() + value.size()) == value.data() + value.size()) {
-        return write(output, value);
+        return writeText(output, value);
     }
     return writeEscapedValue(output, value);
 }
@@ -80,7 +75,7 @@ char* writeJsonString(char* output, std::string_view value) {
             return end + 1;
         }
     }
-    return write(output, "null");
+    return writeText(output, "null");
 }
 
 } // namespace quelm

@@ -14,8 +14,8 @@ inline bool isPlain(char c) {
 }
 
 #ifdef __SSE2__
-// A bit per byte that is not plain.
-inline unsigned findNotPlain(__m128i bytes) {
+// A bit per byte, set for those that are not plain.
+inline unsigned notPlainMask(__m128i bytes) {
     const __m128i lastControl = _mm_set1_epi8(0x1f);
     const __m128i control = _mm_cmpeq_epi8(_mm_max_epu8(bytes, lastControl), lastControl);
     const __m128i quote = _mm_cmpeq_epi8(bytes, _mm_set1_epi8('"'));
@@ -35,15 +35,15 @@ inline const char* findNotPlain(const char* begin, const char* end) {
         return _mm_loadl_epi64(reinterpret_cast<const __m128i*>(at));
     };
     for (; end - from >= step; from += step) {
-        if (const unsigned found = findNotPlain(load(from)); found != 0) {
+        if (const unsigned found = notPlainMask(load(from)); found != 0) {
             return from + std::countr_zero(found);
         }
     }
-    // The rest at once, together with bytes that have been looked at.
+    // The rest at once: some bytes are looked at twice.
     if (end - begin >= step) {
-        from = findNotPlain(load(end - step)) == 0 ? end : from;
+        from = notPlainMask(load(end - step)) == 0 ? end : from;
     } else if (end - begin >= step / 2) {
-        from = findNotPlain(_mm_unpacklo_epi64(loadHalf(begin), loadHalf(end - step / 2))) == 0 ? end : from;
+        from = notPlainMask(_mm_unpacklo_epi64(loadHalf(begin), loadHalf(end - step / 2))) == 0 ? end : from;
     }
 #endif
     while (from != end && isPlain(*from)) {

@@ -6,30 +6,13 @@
 
 namespace quelm {
 
-namespace {
-
-PhpHandler copyOf(const HandlerObject& handler) {
-    return {.id = handler.id,
-            .displayname = {handler.displayname, handler.nameSize},
-            .path = handler.path,
-            .clipath = handler.clipath,
-            .version = handler.version,
-            .phpini = handler.phpini,
-            .service = handler.service,
-            .poold = handler.poold,
-            .type = handler.type,
-            .system = handler.system};
-}
-
-} // namespace
-
 void load(HandlerRegistry& registry, const std::string& path) {
     registry.clear();
     const RegistrySnapshot snapshot(path);
     try {
         registry.reserve(snapshot.handlers().size());
         for (const HandlerObject& handler : snapshot.handlers()) {
-            registry.append(copyOf(handler));
+            registry.append(copyOf(viewOf(handler)));
         }
     } catch (...) {
         registry.clear();

@@ -4,11 +4,9 @@
 #include <cstddef>
 #include <cstring>
 #include <iostream>
-#include <memory>
 #include <new>
 #include <stdexcept>
 #include <string_view>
-#include <utility>
 
 #include "cli/QuelmUtilException.h"
 #include "registry/DisplayName.h"
@@ -20,30 +18,31 @@ namespace quelm {
 
 namespace {
 
-std::unique_ptr<RegistryDocument> makeDocument(const FileText& text) {
+RegistryDocument makeDocument(const FileText& text) {
     try {
-        return std::make_unique<RegistryDocument>(text.bytes.get(), text.size);
+        return {text.bytes.get(), text.size};
     } catch (const std::bad_alloc&) {
         throw std::runtime_error("can not create php_versions_info object");
     }
 }
 
 HandlerArray parse(const FileText& text) {
-    const auto document = makeDocument(text);
+    RegistryDocument document = makeDocument(text);
     // The report names the system's error, so one that an earlier step left must not be seen.
     errno = 0;
-    if (!document->parse()) {
+    if (!document.parse()) {
         throw std::runtime_error("can not parse php_versions_info object : " +
-                                 formatJsonError(document->error()));
+                                 formatJsonError(document.error()));
     }
-    return document->takeHandlers();
+    return document.takeHandlers();
 }
 
 void warnOfConflict(const char* id) {
     std::cerr << std::string("[Warning] conflicting handler with id `") + id + "' found. Ignoring\n";
 }
 
-// A decoded name is no longer than the encoded one, so it takes its place in the text.
+// The name of a handler lies in the text: it is required. Decoded it is no longer, so it takes the same
+// place.
 void decodeName(HandlerObject& handler, char* text) {
     char* const name = text + (handler.displayname - text);
     handler.nameSize = unescapeDisplayName({name, std::strlen(name)}).size();

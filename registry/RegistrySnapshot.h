@@ -27,7 +27,7 @@ private:
     HandlerArray handlers_;
 };
 
-// Valid as long as the snapshot.
+// Of a snapshot's handler, and valid as long as the snapshot.
 HandlerView viewOf(const HandlerObject& handler);
 
 } // namespace quelm

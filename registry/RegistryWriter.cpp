@@ -1,6 +1,5 @@
 #include "registry/RegistryWriter.h"
 
-#include <algorithm>
 #include <cstddef>
 #include <memory>
 #include <string_view>
@@ -13,23 +12,22 @@ namespace quelm {
 
 namespace {
 
-// How much is written at once: the longest, and what a handler usually takes.
-constexpr std::size_t longestPiece = 65536;
-constexpr std::size_t usualHandler = 512;
+// A document is given away whenever so much of it is there.
+constexpr std::size_t pieceSize = 65536;
 
-// Whatever its texts, a handler takes no more: nine of them, and what stands around them.
+// Whatever its texts, a handler takes no more: nine of them, and what stands around them and ends the
+// document.
 constexpr std::size_t handlerRoom = 9 * jsonStringRoom + 256;
 
-char* write(char* output, std::string_view text) {
-    return std::copy(text.begin(), text.end(), output);
-}
+// Few handlers take more.
+constexpr std::size_t usualHandler = 512;
 
 char* writeMember(char* output, std::string_view prefix, std::string_view value) {
-    return writeJsonString(write(output, prefix), value);
+    return writeJsonString(writeText(output, prefix), value);
 }
 
 char* writeHandler(char* output, const HandlerView& handler, std::string_view displayname) {
-    output = write(output, "\n{\n");
+    output = writeText(output, "\n{\n");
     output = writeMember(output, "\t\"id\":", handler.id);
     output = writeMember(output, ",\n\t\"path\":", handler.path);
     output = writeMember(output, ",\n\t\"clipath\":", handler.clipath);
@@ -37,21 +35,20 @@ char* writeHandler(char* output, const HandlerView& handler, std::string_view di
     output = writeMember(output, ",\n\t\"version\":", handler.version);
     output = writeMember(output, ",\n\t\"displayname\":", displayname);
     output = writeMember(output, ",\n\t\"type\":", handlerTypeName(handler.type));
-    output = write(output, handler.system ? ",\n\t\"system\":true" : ",\n\t\"system\":false");
+    output = writeText(output, handler.system ? ",\n\t\"system\":true" : ",\n\t\"system\":false");
     if (handler.type == PhpHandlerType::fpm) {
         output = writeMember(output, ",\n\t\"service\":", handler.service);
         output = writeMember(output, ",\n\t\"poold\":", handler.poold);
     }
-    return write(output, "\n}");
+    return writeText(output, "\n}");
 }
 
-// Gives the document to `take` in pieces of some 64 KiB. `nameOf` tells how the display name is written.
+// Gives the document to `take` in pieces. `nameOf` tells how the display name is written.
 template <class Handlers, class NameOf, class Take>
 void writeDocument(const Handlers& handlers, NameOf nameOf, Take take) {
-    const std::size_t size = std::min(handlers.size() * usualHandler, longestPiece);
-    const auto piece = std::make_unique_for_overwrite<char[]>(size + handlerRoom);
-    char* const full = piece.get() + size;
-    char* end = write(piece.get(), "{\"php\":[");
+    const auto piece = std::make_unique_for_overwrite<char[]>(pieceSize + handlerRoom);
+    char* const full = piece.get() + pieceSize;
+    char* end = writeText(piece.get(), "{\"php\":[");
     const auto flush = [&] {
         take(std::string_view(piece.get(), end));
         end = piece.get();
@@ -67,7 +64,7 @@ void writeDocument(const Handlers& handlers, NameOf nameOf, Take take) {
             flush();
         }
     }
-    end = write(end, "\n]}\n");
+    end = writeText(end, "\n]}\n");
     flush();
 }
 
@@ -81,6 +78,7 @@ auto writerTo(std::ostream& stream) {
 
 std::string registryJson(const HandlerRegistry& registry, JsonPurpose purpose) {
     std::string document;
+    document.reserve(registry.size() * usualHandler);
     writeDocument(registry, purpose == JsonPurpose::storage ? escapedDisplayName : expandedDisplayName,
                   [&](std::string_view piece) { document += piece; });
     return document;

@@ -11,6 +11,9 @@
 
 #include <gtest/gtest.h>
 
+#include "cli/QuelmUtilException.h"
+#include "registry/RegistryFile.h"
+#include "tests/registry/TestRegistry.h"
 #include "tests/support/InChild.h"
 
 namespace quelm {
@@ -153,6 +156,28 @@ TEST(UnescapedDisplayName, ANameThatCannotBeDecodedStays) {
                                  }
                              }).output;
     EXPECT_EQ(told, "a%20b");
+}
+
+TEST(UnescapedDisplayName, ThatCannotBeDecodedIsToldBeforeAConflict) {
+    const auto ended = test::inChild([] {
+        const test::ScratchDirectory directory;
+        const std::string path = directory / "registry.json";
+        const std::string front =
+            R"({"id":"a","path":"p","version":"v","phpini":"i","type":"cgi","displayname":)";
+        test::writeFile(path, R"({"php":[)" + front + R"("d"},)" + front + R"("PHP%208"}]})");
+        ::curl_global_init_mem(CURL_GLOBAL_NOTHING, givenMemory, std::free, movedMemory, copiedText,
+                               clearedMemory);
+        memoryIsOut = true;
+        const test::CaughtErrors warnings;
+        HandlerRegistry registry;
+        try {
+            load(registry, path);
+        } catch (const QuelmUtilException& failure) {
+            std::cout << warnings.text()
+                      << std::string_view(failure.what()).substr(("Error reading " + path).size());
+        }
+    });
+    EXPECT_EQ(ended.output, ": Unable to convert display name");
 }
 
 // The pages behind the first are never touched, so this costs no memory.

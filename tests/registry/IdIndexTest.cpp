@@ -4,6 +4,7 @@
 #include <functional>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <utility>
 #include <vector>
 
@@ -72,6 +73,30 @@ TEST(IdIndex, ThousandsOfIdsAreAllFoundAgain) {
     for (std::size_t position = 0; position < names.size(); ++position) {
         ASSERT_FALSE(ids.add(position));
     }
+}
+
+// Two ids of the same place whose hashes have the same upper half, which is all that the index keeps of them.
+std::pair<std::string, std::string> likeIds() {
+    constexpr std::size_t places = 8; // of an index for two
+    std::unordered_map<std::size_t, std::string> seen;
+    for (int number = 0;; ++number) {
+        std::string id = "id" + std::to_string(number);
+        const std::size_t hash = std::hash<std::string_view>{}(id);
+        const auto [other, isNew] = seen.try_emplace((hash & ~std::size_t{0xffffffff}) | hash % places, id);
+        if (!isNew) {
+            return {other->second, id};
+        }
+    }
+}
+
+TEST(IdIndex, IdsThatOnlyLookTheSameToItAreTwo) {
+    const auto [first, second] = likeIds();
+    Ids ids({first, second});
+    EXPECT_TRUE(ids.add(0));
+    EXPECT_FALSE(ids.has(second));
+    EXPECT_TRUE(ids.add(1));
+    EXPECT_TRUE(ids.has(first));
+    EXPECT_TRUE(ids.has(second));
 }
 
 TEST(IdIndex, AResetForgets) {

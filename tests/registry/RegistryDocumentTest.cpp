@@ -1,5 +1,6 @@
 #include "registry/RegistryDocument.h"
 
+#include <cerrno>
 #include <cstddef>
 #include <string>
 #include <vector>
@@ -21,6 +22,7 @@ void* __real_realloc(void* block, std::size_t size);
 void* __wrap_realloc(void* block, std::size_t size);
 void* __wrap_realloc(void* block, std::size_t size) {
     if (reallocGrants == 0) {
+        errno = ENOMEM;
         return nullptr;
     }
     reallocGrants -= reallocGrants > 0 ? 1 : 0;
@@ -143,6 +145,14 @@ TEST(RegistryDocument, MissingMemoryForAHandlerIsCode20) {
     {
         const LimitedMemory memory(1);
         EXPECT_EQ(failureOfLoading(documentOf(18)), "");
+    }
+    {
+        const LimitedMemory memory(1);
+        EXPECT_EQ(
+            failureOfLoading(documentOf(19)),
+            "can not parse php_versions_info object : Failed to allocate memory. Error occured at offset " +
+                std::to_string(8 + 18 * (record.size() + 2)) +
+                ", character '{'. Also system error occured: Cannot allocate memory (12).");
     }
     const LimitedMemory memory(1);
     std::string text = documentOf(19);

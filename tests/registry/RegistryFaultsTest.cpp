@@ -1,8 +1,10 @@
 // Loading, saving and digesting when the calls beneath them fail or do only a part.
 #include <cerrno>
 #include <cstdarg>
+#include <cstdlib>
 #include <cstring>
 #include <fstream>
+#include <new>
 #include <string>
 #include <vector>
 
@@ -24,6 +26,7 @@ namespace {
 // What the wrapped calls do while `armed`.
 struct Faults {
     bool armed = false;
+    int newGrants = -1;          // of operator new; -1: as many as wanted
     std::vector<int> readErrors; // one per call, 0 for a real one
     std::string growth;          // what the first read finds behind the file's end
     std::size_t longestTransfer = 1000000;
@@ -36,6 +39,24 @@ struct Faults {
 } faults;
 
 } // namespace
+
+void* operator new(std::size_t size) {
+    if (faults.newGrants == 0) {
+        throw std::bad_alloc();
+    }
+    faults.newGrants -= faults.newGrants > 0 ? 1 : 0;
+    void* const block = std::malloc(size);
+    if (block == nullptr) {
+        throw std::bad_alloc();
+    }
+    return block;
+}
+void operator delete(void* block) noexcept {
+    std::free(block);
+}
+void operator delete(void* block, std::size_t) noexcept {
+    std::free(block);
+}
 
 extern "C" {
 ssize_t __real_read(int descriptor, void* into, size_t count);
@@ -172,6 +193,32 @@ TEST_F(RegistryFaults, AnInterruptedReadIsRepeated) {
 TEST_F(RegistryFaults, ShortReadsAddUp) {
     faults.longestTransfer = 7;
     EXPECT_EQ(loaded(), 1u);
+}
+
+TEST_F(RegistryFaults, MemoryThatRunsOutAnywhereInALoadEmptiesTheRegistry) {
+    const std::string member = std::string(40, 'x') + "\"";
+    std::string many = "{\"php\":[";
+    for (int number = 10; number < 50; ++number) {
+        many += std::string(number == 10 ? "" : ",") + "{\"id\":\"" + std::to_string(number) +
+                "\",\"path\":\"" + member + ",\"version\":\"" + member + ",\"displayname\":\"" + member +
+                ",\"phpini\":\"" + member + ",\"type\":\"cgi\"}";
+    }
+    directory_.write("registry.json", many + "]}");
+    HandlerRegistry registry;
+    int failures = 0;
+    for (bool complete = false; !complete;) {
+        registry.append(PhpHandler());
+        faults.newGrants = failures;
+        try {
+            load(registry, path_);
+            complete = true;
+        } catch (const std::bad_alloc&) {
+            ++failures;
+        }
+        faults.newGrants = -1;
+        ASSERT_EQ(registry.size(), complete ? 40u : 0u) << failures;
+    }
+    EXPECT_GT(failures, 100);
 }
 
 TEST_F(RegistryFaults, AFileThatGrowsWhenItIsOpenIsReadToItsNewEnd) {

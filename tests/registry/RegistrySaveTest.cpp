@@ -1,6 +1,7 @@
 #include "registry/RegistryFile.h"
 
 #include <stdexcept>
+#include <utility>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -81,13 +82,15 @@ TEST(RegistrySave, OverwritesInPlace) {
 }
 
 TEST(RegistrySave, ANewFileGetsTheDefaultMode) {
-    const test::ScratchDirectory directory;
-    const mode_t before = ::umask(027);
-    save(HandlerRegistry(), directory / "f");
-    ::umask(before);
-    struct stat status {};
-    ASSERT_EQ(::stat((directory / "f").c_str(), &status), 0);
-    EXPECT_EQ(status.st_mode & 07777U, 0640U);
+    for (const auto& [mask, mode] : {std::pair<mode_t, mode_t>{027, 0640}, {0, 0666}}) {
+        const test::ScratchDirectory directory;
+        const mode_t before = ::umask(mask);
+        save(HandlerRegistry(), directory / "f");
+        ::umask(before);
+        struct stat status {};
+        ASSERT_EQ(::stat((directory / "f").c_str(), &status), 0);
+        EXPECT_EQ(status.st_mode & 07777U, mode);
+    }
 }
 
 TEST(RegistrySave, ASuccessIsNotLogged) {

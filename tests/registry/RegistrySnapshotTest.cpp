@@ -83,6 +83,20 @@ TEST(RegistrySnapshots, ListEveryDocumentAsARegistryLoadedFromItDoes) {
     EXPECT_GE(documents, 166u);
 }
 
+TEST_F(Snapshot, ALongListingIsThatOfTheRegistryLoadedFromIt) {
+    std::string handlers;
+    for (std::size_t number = 0; number < 3000; ++number) {
+        handlers += (number == 0 ? "" : ",") + handler(std::to_string(number),
+                                                       "PHP%20%24version%20" + std::string(number % 50, 'x'),
+                                                       number % 3 == 0 ? "fpm" : "cgi");
+    }
+    const std::string listed = json(withHandlers(handlers));
+    EXPECT_GT(listed.size(), 4 * 65536u);
+    std::ostringstream stream;
+    writeRegistryJson(loaded(path_), stream, false);
+    EXPECT_TRUE(listed == stream.str());
+}
+
 TEST_F(Snapshot, OfAMissingOrEmptyFileHasNoHandlers) {
     EXPECT_EQ(RegistrySnapshot(directory_ / "missing").handlers().size(), 0u);
     EXPECT_EQ(of("").handlers().size(), 0u);

@@ -134,6 +134,45 @@ TEST(RegistryWriter, ALongDocumentIsWrittenInPiecesAndComplete) {
     EXPECT_TRUE(pieces.str() == registryJson(registry, JsonPurpose::listing));
 }
 
+// The longest handler there can be, begun with every fill of a piece that small ones before it can make.
+TEST(RegistryWriter, EightValuesOfTheLongestFormHaveRoomWhereverAPieceEnds) {
+    const std::string_view forms[] = {"x", "\n", "\x01", "xxxxx\x01"};
+    for (const std::string_view form : forms) {
+        std::string longest;
+        while (longest.size() < 5000) {
+            longest += form;
+        }
+        for (const std::size_t size : {4080UL, 4087UL, 4088UL, 2043UL, 2044UL, 681UL, 682UL, 5000UL}) {
+            const std::string value = longest.substr(0, size);
+            PhpHandler handler = fpmHandler();
+            for (std::string* text : {&handler.id, &handler.displayname, &handler.path, &handler.clipath,
+                                      &handler.version, &handler.phpini, &handler.service, &handler.poold}) {
+                *text = value;
+            }
+            HandlerRegistry registry;
+            for (std::size_t fill = 0; fill < 64; ++fill) {
+                PhpHandler small = handlerWithId(std::string(900 + 17 * fill, 'y'));
+                registry.append(small);
+            }
+            registry.append(handler);
+            registry.append(handler);
+            registry.append(handlerWithId("last"));
+            const std::string json = written(registry, listing);
+            ASSERT_TRUE(json == registryJson(registry, JsonPurpose::listing));
+            ASSERT_TRUE(json.ends_with("\n\t\"system\":false\n}\n]}\n"));
+        }
+    }
+}
+
+TEST(RegistryWriter, AFewLongHandlersAreOnePiece) {
+    PhpHandler handler = handlerWithId("a");
+    handler.path = handler.phpini = std::string(4000, 'x');
+    Pieces pieces;
+    std::ostream stream(&pieces);
+    writeRegistryJson(registryOf({handler, handler, handler}), stream, listing);
+    EXPECT_EQ(pieces.count, 1);
+}
+
 TEST(RegistryWriter, AFailedStreamIsNoException) {
     std::ostringstream stream;
     stream.setstate(std::ios::badbit);

@@ -1,12 +1,15 @@
 // spawn ROUNDS NAME COMMAND... -- NAME COMMAND... [-- NAME COMMAND...]
 //
-// Runs the commands in turn, ROUNDS times, and prints for each its median wall time, the ratio to the last
-// command (median and quartiles over the rounds, so that a noisy moment counts for both sides) and its peak
-// memory. Standard output and standard error of the commands go to /dev/null.
+// Runs each command ROUNDS times and prints its median wall time, the ratio to the last command (median and
+// quartiles over the rounds, so that a noisy moment counts for both sides) and its peak memory. The order
+// changes from round to round: what ran just before leaves the caches as it likes. Standard output and
+// standard error of the commands go to /dev/null.
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <numeric>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -100,9 +103,13 @@ int main(int argc, char** argv) {
     }
     std::vector<Command> commands = parse(argv + 2);
     const Silence silence;
+    std::vector<std::size_t> order(commands.size());
+    std::iota(order.begin(), order.end(), std::size_t{0});
+    std::minstd_rand random; // the same orders in each run
     for (int round = std::atoi(argv[1]); round > 0; --round) {
-        for (Command& command : commands) {
-            runOnce(command, silence);
+        std::shuffle(order.begin(), order.end(), random);
+        for (const std::size_t next : order) {
+            runOnce(commands[next], silence);
         }
     }
     for (const Command& command : commands) {

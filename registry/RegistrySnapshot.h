@@ -2,6 +2,7 @@
 // from it.
 #pragma once
 
+#include <cstddef>
 #include <string>
 
 #include "registry/HandlerArray.h"
@@ -21,6 +22,9 @@ public:
 
     // In the order of the file, no two with the same id, display names decoded. They lie in the snapshot.
     const HandlerArray& handlers() const { return handlers_; }
+
+    // Of the text that was read, in bytes.
+    std::size_t textSize() const { return text_.size; }
 
 private:
     FileText text_;

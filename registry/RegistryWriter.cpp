@@ -1,5 +1,6 @@
 #include "registry/RegistryWriter.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <memory>
 #include <string_view>
@@ -13,7 +14,7 @@ namespace quelm {
 namespace {
 
 // A document is given away whenever so much of it is there.
-constexpr std::size_t pieceSize = 65536;
+constexpr std::size_t longestPiece = 65536;
 
 // Whatever its texts, a handler takes no more: nine of them, and what stands around them and ends the
 // document.
@@ -43,9 +44,12 @@ char* writeHandler(char* output, const HandlerView& handler, std::string_view di
     return writeText(output, "\n}");
 }
 
-// Gives the document to `take` in pieces. `nameOf` tells how the display name is written.
+// Gives the document to `take` in pieces, a short one in one piece when it is not longer than expected: most
+// registries are short, and memory that is not asked for makes a start quicker. `nameOf` tells how the
+// display name is written.
 template <class Handlers, class NameOf, class Take>
-void writeDocument(const Handlers& handlers, NameOf nameOf, Take take) {
+void writeDocument(const Handlers& handlers, std::size_t expectedSize, NameOf nameOf, Take take) {
+    const std::size_t pieceSize = std::min(expectedSize, longestPiece);
     const auto piece = std::make_unique_for_overwrite<char[]>(pieceSize + handlerRoom);
     char* const full = piece.get() + pieceSize;
     char* end = writeText(piece.get(), "{\"php\":[");
@@ -68,6 +72,10 @@ void writeDocument(const Handlers& handlers, NameOf nameOf, Take take) {
     flush();
 }
 
+std::size_t expectedSize(const HandlerRegistry& registry) {
+    return registry.size() * usualHandler;
+}
+
 auto writerTo(std::ostream& stream) {
     return [&stream](std::string_view piece) {
         stream.write(piece.data(), static_cast<std::streamsize>(piece.size()));
@@ -78,14 +86,16 @@ auto writerTo(std::ostream& stream) {
 
 std::string registryJson(const HandlerRegistry& registry, JsonPurpose purpose) {
     std::string document;
-    document.reserve(registry.size() * usualHandler);
-    writeDocument(registry, purpose == JsonPurpose::storage ? escapedDisplayName : expandedDisplayName,
+    document.reserve(expectedSize(registry));
+    writeDocument(registry, expectedSize(registry),
+                  purpose == JsonPurpose::storage ? escapedDisplayName : expandedDisplayName,
                   [&](std::string_view piece) { document += piece; });
     return document;
 }
 
 void writeRegistryJson(const HandlerRegistry& registry, std::ostream& stream, bool forStorage) {
-    writeDocument(registry, forStorage ? escapedDisplayName : expandedDisplayName, writerTo(stream));
+    writeDocument(registry, expectedSize(registry), forStorage ? escapedDisplayName : expandedDisplayName,
+                  writerTo(stream));
 }
 
 void writeRegistryJson(const RegistrySnapshot& snapshot, std::ostream& stream) {
@@ -95,7 +105,7 @@ void writeRegistryJson(const RegistrySnapshot& snapshot, std::ostream& stream) {
         appendExpandedName(name, {handler.displayname, handler.nameSize}, handler.version);
         return name;
     };
-    writeDocument(snapshot.handlers(), expanded, writerTo(stream));
+    writeDocument(snapshot.handlers(), snapshot.textSize(), expanded, writerTo(stream));
 }
 
 } // namespace quelm

@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include "registry/RegistryFile.h"
 #include "tests/registry/TestRegistry.h"
 
 namespace quelm {
@@ -167,9 +168,13 @@ TEST(RegistryWriter, EightValuesOfTheLongestFormHaveRoomWhereverAPieceEnds) {
 TEST(RegistryWriter, AFewLongHandlersAreOnePiece) {
     PhpHandler handler = handlerWithId("a");
     handler.path = handler.phpini = std::string(4000, 'x');
+    HandlerRegistry registry = registryOf({handler, handler});
+    registry[1].id = "b";
+    const test::ScratchDirectory directory;
+    save(registry, directory / "f");
     Pieces pieces;
     std::ostream stream(&pieces);
-    writeRegistryJson(registryOf({handler, handler, handler}), stream, listing);
+    writeRegistryJson(RegistrySnapshot(directory / "f"), stream);
     EXPECT_EQ(pieces.count, 1);
 }
 

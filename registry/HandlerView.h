@@ -24,9 +24,11 @@ struct HandlerView {
     bool system;
 };
 
-inline HandlerView viewOf(const PhpHandler& handler) {
+// Of anything that names its texts as PhpHandler does.
+template <class Handler>
+HandlerView viewOf(const Handler& handler, std::string_view displayname) {
     return {.id = handler.id,
-            .displayname = handler.displayname,
+            .displayname = displayname,
             .path = handler.path,
             .clipath = handler.clipath,
             .version = handler.version,
@@ -35,6 +37,10 @@ inline HandlerView viewOf(const PhpHandler& handler) {
             .poold = handler.poold,
             .type = handler.type,
             .system = handler.system};
+}
+
+inline HandlerView viewOf(const PhpHandler& handler) {
+    return viewOf(handler, handler.displayname);
 }
 
 inline PhpHandler copyOf(const HandlerView& handler) {

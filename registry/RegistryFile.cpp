@@ -21,7 +21,7 @@ void load(HandlerRegistry& registry, const std::string& path) {
 }
 
 void save(const HandlerRegistry& registry, const std::string& path) {
-    writeTextFile(path, registryJson(registry, JsonPurpose::storage));
+    writeTextFile(path, registryJson(registry));
 }
 
 } // namespace quelm

@@ -82,16 +82,7 @@ RegistrySnapshot::RegistrySnapshot(const std::string& path) : text_(readTextFile
 }
 
 HandlerView viewOf(const HandlerObject& handler) {
-    return {.id = handler.id,
-            .displayname = {handler.displayname, handler.nameSize},
-            .path = handler.path,
-            .clipath = handler.clipath,
-            .version = handler.version,
-            .phpini = handler.phpini,
-            .service = handler.service,
-            .poold = handler.poold,
-            .type = handler.type,
-            .system = handler.system};
+    return viewOf(handler, {handler.displayname, handler.nameSize});
 }
 
 } // namespace quelm

@@ -84,11 +84,10 @@ auto writerTo(std::ostream& stream) {
 
 } // namespace
 
-std::string registryJson(const HandlerRegistry& registry, JsonPurpose purpose) {
+std::string registryJson(const HandlerRegistry& registry) {
     std::string document;
     document.reserve(expectedSize(registry));
-    writeDocument(registry, expectedSize(registry),
-                  purpose == JsonPurpose::storage ? escapedDisplayName : expandedDisplayName,
+    writeDocument(registry, expectedSize(registry), escapedDisplayName,
                   [&](std::string_view piece) { document += piece; });
     return document;
 }

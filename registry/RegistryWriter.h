@@ -10,13 +10,12 @@
 
 namespace quelm {
 
-enum class JsonPurpose { listing, storage };
+// The document for storage. Throws std::runtime_error when a record's type is none of the four or its display
+// name cannot be encoded.
+std::string registryJson(const HandlerRegistry& registry);
 
-// Throws std::runtime_error when a record's type is none of the four or its display name cannot be encoded.
-std::string registryJson(const HandlerRegistry& registry, JsonPurpose purpose);
-
-// Writes the same piece by piece: for storage with percent-encoded display names, else with expanded ones.
-// Throws as registryJson does, when it comes to the record; a stream that fails is left to the caller.
+// Writes the document piece by piece: for storage with percent-encoded display names, else with expanded
+// ones. Throws as registryJson does, when it comes to the record; a stream that fails is left to the caller.
 void writeRegistryJson(const HandlerRegistry& registry, std::ostream& stream, bool forStorage);
 
 // Writes what the registry file holds as a listing: the same bytes as for a registry loaded from it.

@@ -44,6 +44,17 @@ def test_reading_starts_nothing(furnished, words):
     assert traced(furnished, *words) == ([TAMRIX], 0)
 
 
+@pytest.mark.parametrize("word", ["--list", "--list-json"])
+def test_a_listing_of_a_usual_registry_is_one_write(furnished, word):
+    furnished.registry = document(*(record(f"h{number}", path="/p" * 100) for number in range(50)))
+    result = furnished.run("/usr/bin/strace", "-qq", "-o", "/opt/ovt/trace", "-e", "trace=write,writev", TAMRIX, word,
+                           env=NO_LEAK_CHECK)
+    assert result.status == 0, result
+    assert len(result.out) > 10000
+    assert re.findall(r"^writev?\(1,.* = (\d+)$", furnished.read("/opt/ovt/trace"), re.MULTILINE) == [
+        str(len(result.out))]
+
+
 def test_add_probes_each_executable_once_then_runs_hooks_and_dirty_flag(furnished):
     expected = [TAMRIX, CGI, CLI, HOOK, f"{ADMIN}/depotctl"]
     assert traced(furnished, *ADD, "--type", "cgi", "--clipath", CLI) == (expected, 4)

@@ -1,28 +1,29 @@
 #!/bin/bash
-# A throw-away Debian 12, for those who source this file as root. Needs debootstrap.
+# Throw-away Debian systems, for scripts that source this file as root. Needs debootstrap.
 
-# lay_debian FOLDER: a minimal Debian in FOLDER, from the machine's own mirror and with its apt settings.
+# lay_debian SUITE FOLDER: the minimal system of that suite, from the machine's own mirror and with its apt settings.
 lay_debian() {
-    local folder=$1 mirror
+    local suite=$1 folder=$2 mirror script=()
     # shellcheck disable=SC2016 # for apt-get
-    mirror=$(apt-get indextargets --format '$(SITE) $(RELEASE)' | awk '$2 == "bookworm" { print $1; exit }')
-    echo "Laying Debian 12 in $folder"
-    debootstrap --variant=minbase bookworm "$folder" "$mirror" >"$folder.log" 2>&1 || {
+    mirror=$(apt-get indextargets --format '$(SITE) $(LABEL)' | awk '$2 == "Debian" { print $1; exit }')
+    # An older debootstrap does not know the newest names; all suites since trixie are laid alike.
+    [[ -e /usr/share/debootstrap/scripts/$suite ]] || script=(trixie)
+    echo "Laying $suite in $folder"
+    debootstrap --variant=minbase "$suite" "$folder" "$mirror" "${script[@]}" >"$folder.log" 2>&1 || {
         cat "$folder.log"
         return 1
     }
-    rm -rf "$folder/etc/apt/sources.list"
-    cp -a /etc/apt/apt.conf.d/. "$folder/etc/apt/apt.conf.d/"
-    cp -a /etc/apt/sources.list.d/. "$folder/etc/apt/sources.list.d/"
-    [[ ! -e /etc/apt/sources.list ]] || cp -a /etc/apt/sources.list "$folder/etc/apt/"
+    echo "deb $mirror $suite main" >"$folder/etc/apt/sources.list"
+    apt-config dump Acquire | grep -v ::IndexTargets >"$folder/etc/apt/apt.conf.d/90machine"
     cp -L /etc/resolv.conf /etc/hosts "$folder/etc/"
 }
 
 # enter_debian FOLDER SCRIPT: runs the shell script with FOLDER as the root. In a mount namespace of its own the
-# folder becomes the root: bubblewrap refuses to work in a chroot, and the mounts end with the last process.
+# folder becomes the root, because bubblewrap refuses to work in a chroot; the mounts end with the last process.
 enter_debian() {
     # shellcheck disable=SC2016 # for the shell inside
-    unshare --mount --pid --fork --kill-child --propagation private sh -c '
+    unshare --mount --pid --fork --kill-child --propagation private env -i LANG=C.UTF-8 HOME=/root \
+        PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin sh -c '
         set -e
         mount --bind "$1" "$1"
         cd "$1"
@@ -33,7 +34,5 @@ enter_debian() {
         pivot_root . .old
         umount -l /.old
         rmdir /.old
-        export HOME=/root
-        export PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin
         exec sh -c "$2"' sh "$1" "$2" </dev/null
 }

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "bench/Bare.h"
-#include "lib/process/lib/ArgVector.h"
+#include "lib/process/lib/CmdLine.h"
 #include "lib/process/lib/ForkExecv.h"
 
 namespace {

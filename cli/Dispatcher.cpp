@@ -1,15 +1,62 @@
-// To add a command: declare its handler in cli/CommandHandlers.h, give it a row here and its lines in
-// cli/Usage.cpp, and define it in a source of its own under commands/ or registry/.
+// To add a command: write commands/NAMECommand.cpp, declare its handler in commands/Commands.h and give it a
+// row here. CONTRIBUTING.md lists what else a command needs.
 #include "cli/Dispatcher.h"
 
+#include <iostream>
 #include <map>
 #include <string>
 #include <string_view>
 
-#include "cli/CommandHandlers.h"
-#include "cli/Usage.h"
+#include "commands/Commands.h"
 
 namespace quelm {
+
+namespace {
+
+// The types offered are those that a custom handler can have, so `module` is missing on purpose; so is -h.
+#define FPM_OPTIONS " [--service=name] [--poold=path]"
+constexpr const char* usageText =
+    "Usage: tamrix <COMMAND> <COMMAND OPTIONS...>\n"
+    "\t--add [--displayname=<name>] --path=<path to php-cgi> [--clipath=<path to php-cli>]"
+    " --phpini=<path to php.ini> --type=<cgi|fastcgi|fpm> [--id=<handler id>]" FPM_OPTIONS "\n"
+    "\t\tregister new php handler\n"
+    "\t--remove --id=<handler id>\n"
+    "\t\tremove existing handler\n"
+    "\t--update --id=<handler id> [--displayname=<name>] [--path=<path to php-cgi>]"
+    " [--clipath=<path to php-cli>] [--phpini=<path to php.ini>] [--type=<cgi|fastcgi|fpm>]" FPM_OPTIONS "\n"
+    "\t\tupdate existing handler\n"
+    "\t--list-json\n"
+    "\t\tlist handlers in json format\n"
+    "\t--list\n"
+    "\t\tlist handlers in human readable format\n"
+    "\t--reread\n"
+    "\t\treread handlers info\n"
+    "\t--help\n"
+    "\t\tshow this help\n"
+    "\n"
+    "\tCommands <add|remove|update> run scripts from /etc/ovt/php_configurator.d/"
+    " with argument <add|remove|update>\n"
+    "\t\tEnvironment variables available in scripts:\n"
+    "\t\t$PHP_ID - handler id\n"
+    "\t\t$PHP_PATH - path to php-cgi\n"
+    "\t\t$PHP_INI - path to php.ini\n"
+    "\t\t$PHP_CLI - path to php-cli\n"
+    "\t\t$PHP_VERSION - version of php\n"
+    "\t\t$PHP_TYPE - type of handler <module|cgi|fastcgi|fpm>\n";
+#undef FPM_OPTIONS
+
+} // namespace
+
+void printUsage() {
+    std::cerr << usageText;
+}
+
+void printErrorAndUsage(const std::string& message) {
+    if (!message.empty()) {
+        std::cerr << "Error: " << message << '\n';
+    }
+    printUsage();
+}
 
 namespace {
 

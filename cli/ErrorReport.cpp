@@ -4,16 +4,15 @@
 #include <typeinfo>
 #include <utility>
 
-#include "cli/Demangle.h"
-#include "cli/QuelmUtilException.h"
-#include "cli/Traceback.h"
-#include "cli/UtilityErrorStream.h"
+#include "base/QuelmUtilException.h"
+#include "base/Traceback.h"
+#include "base/UtilityErrorStream.h"
 
 namespace quelm {
 
 namespace {
 
-// A null what() puts the stream into its bad state and nothing after the bracket is printed; kept as it is.
+// A null what() puts the stream into its bad state, so nothing after the parenthesis is printed; deliberate.
 void reportFatal(const std::exception& exception) {
     errorStream << "Fatal error: " << readableTypeName(typeid(exception).name()) << "(" << exception.what()
                 << ")" << std::endl;

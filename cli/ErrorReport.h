@@ -1,4 +1,4 @@
-// What becomes of an exception that no command handled.
+// Turns an exception that no command handled into messages and an exit status.
 #pragma once
 
 #include <exception>

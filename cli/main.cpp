@@ -2,11 +2,11 @@
 
 #include <syslog.h>
 
+#include "base/FatalMessage.h"
+#include "base/Log.h"
+#include "base/ProcessState.h"
 #include "cli/Dispatcher.h"
 #include "cli/ErrorReport.h"
-#include "cli/FatalMessage.h"
-#include "cli/Log.h"
-#include "cli/ProcessStart.h"
 
 int main(int argc, char** argv) {
     quelm::prepareProcess();

@@ -15,6 +15,11 @@ set_property(CACHE TAMRIX_LINK PROPERTY STRINGS shared archives)
 
 add_library(tamrix_dependencies INTERFACE)
 
+# Boost's own CMake files are used; newer CMakes ask for this choice.
+if(POLICY CMP0167)
+  cmake_policy(SET CMP0167 NEW)
+endif()
+
 if(TAMRIX_LINK STREQUAL archives)
   set(Boost_USE_STATIC_LIBS ON)
   find_package(Boost 1.74 REQUIRED COMPONENTS program_options regex)
@@ -32,12 +37,6 @@ if(TAMRIX_LINK STREQUAL archives)
   # virtual function would jump to nowhere, and each start would look for it in vain.
   target_link_options(tamrix_dependencies INTERFACE LINKER:--undefined=__cxa_pure_virtual)
   target_compile_options(tamrix_dependencies INTERFACE -ffunction-sections -fdata-sections)
-  # The functions that a start runs lie side by side; bench/function-order makes the list. Names that a test or
-  # another compiler does not have are no error.
-  set(function_order ${CMAKE_CURRENT_LIST_DIR}/function-order)
-  target_link_options(tamrix_dependencies INTERFACE
-    LINKER:--symbol-ordering-file=${function_order} LINKER:--no-warn-symbol-ordering)
-  set_target_properties(tamrix_dependencies PROPERTIES INTERFACE_LINK_DEPENDS ${function_order})
 elseif(TAMRIX_LINK STREQUAL shared)
   find_package(Boost 1.74 REQUIRED COMPONENTS program_options regex)
   find_package(CURL REQUIRED)

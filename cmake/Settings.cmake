@@ -1,8 +1,5 @@
-# Two interface targets: what every target is built with (tamrix_settings), and what our own sources
-# must also survive (tamrix_warnings).
-
-set(TAMRIX_GATE dev CACHE STRING "dev, release, asan, coverage or fuzz; the presets choose")
-set_property(CACHE TAMRIX_GATE PROPERTY STRINGS dev release asan coverage fuzz)
+# Two interface targets: what every target is built with (tamrix_settings), and the warnings for our own sources
+# (tamrix_warnings). The presets for developers and the gate make warnings errors (CMAKE_COMPILE_WARNING_AS_ERROR).
 
 set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
 set(CMAKE_POSITION_INDEPENDENT_CODE ON)
@@ -13,9 +10,7 @@ check_pie_supported(LANGUAGES CXX)
 
 add_library(tamrix_settings INTERFACE)
 target_compile_features(tamrix_settings INTERFACE cxx_std_20)
-target_compile_options(tamrix_settings INTERFACE
-  -fstack-protector-strong
-  -ffile-prefix-map=${CMAKE_SOURCE_DIR}=.)
+target_compile_options(tamrix_settings INTERFACE -fstack-protector-strong)
 if(CMAKE_CXX_COMPILER_ID STREQUAL GNU)
   target_compile_options(tamrix_settings INTERFACE -fstack-clash-protection)
 endif()
@@ -24,27 +19,21 @@ if(CMAKE_SYSTEM_PROCESSOR STREQUAL x86_64)
 endif()
 target_link_options(tamrix_settings INTERFACE -Wl,-z,relro -Wl,-z,now -Wl,-z,noexecstack)
 
-if(TAMRIX_GATE STREQUAL dev)
-  target_compile_definitions(tamrix_settings INTERFACE _GLIBCXX_ASSERTIONS)
-elseif(TAMRIX_GATE STREQUAL release)
-  target_compile_definitions(tamrix_settings INTERFACE _FORTIFY_SOURCE=2)
-elseif(TAMRIX_GATE STREQUAL asan)
-  # No FORTIFY: its checked calls would hide from the sanitizers' interceptors.
+# Clang only: both sanitizers (without vptr, whose runtime makes calls that the tests have fail), source-based coverage whose counters lie in the profile file itself, so that a process
+# that ends by _exit or a signal loses none, and the entry that libFuzzer needs. No FORTIFY: its checked calls would hide
+# from the sanitizers.
+option(TAMRIX_INSTRUMENT "Build with sanitizers, counters and for fuzzing" OFF)
+if(TAMRIX_INSTRUMENT)
   target_compile_options(tamrix_settings INTERFACE
-    -fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer -U_FORTIFY_SOURCE)
-  target_link_options(tamrix_settings INTERFACE -fsanitize=address,undefined)
+    -fsanitize=address,undefined,fuzzer-no-link -fno-sanitize=vptr -fno-sanitize-recover=all -fno-omit-frame-pointer -U_FORTIFY_SOURCE
+    -fprofile-instr-generate -fcoverage-mapping -mllvm -runtime-counter-relocation)
+  target_link_options(tamrix_settings INTERFACE -fsanitize=address,undefined -fprofile-instr-generate)
   target_compile_definitions(tamrix_settings INTERFACE _GLIBCXX_ASSERTIONS)
-elseif(TAMRIX_GATE STREQUAL fuzz)
-  target_compile_options(tamrix_settings INTERFACE
-    -fsanitize=fuzzer-no-link,address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer)
-  target_link_options(tamrix_settings INTERFACE -fsanitize=address,undefined)
-elseif(TAMRIX_GATE STREQUAL coverage)
-  target_compile_options(tamrix_settings INTERFACE --coverage -fprofile-update=atomic)
-  target_link_options(tamrix_settings INTERFACE --coverage)
 else()
-  message(FATAL_ERROR "TAMRIX_GATE is '${TAMRIX_GATE}'; use dev, release, asan, coverage or fuzz")
+  target_compile_options(tamrix_settings INTERFACE -ffile-prefix-map=${CMAKE_SOURCE_DIR}=.)
+  target_compile_definitions(tamrix_settings INTERFACE
+    $<$<CONFIG:Debug>:_GLIBCXX_ASSERTIONS> $<$<CONFIG:Release>:_FORTIFY_SOURCE=2>)
 endif()
 
 add_library(tamrix_warnings INTERFACE)
-target_compile_options(tamrix_warnings INTERFACE
-  -Wall -Wextra -Wconversion -Wsign-conversion -Wshadow -Werror)
+target_compile_options(tamrix_warnings INTERFACE -Wall -Wextra -Wconversion -Wsign-conversion -Wshadow)

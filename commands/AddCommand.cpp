@@ -1,23 +1,20 @@
-// --add. The order is behaviour: what comes before the save leaves the registry file as it was; the service
-// check and the ulimit keep their effect even when the record is then refused; the identifier is out before
-// the hooks run.
+// --add. The order is part of the interface: a failure before the save leaves the registry file unchanged,
+// but a default limit that was set stays; the identifier is printed before the hooks run.
 #include <iostream>
 
-#include "cli/CommandHandlers.h"
-#include "cli/QuelmUtilException.h"
-#include "commands/CommandDescriptions.h"
+#include "base/QuelmUtilException.h"
+#include "commands/CommandOptions.h"
+#include "commands/Commands.h"
 #include "commands/PhpVersion.h"
 #include "host/HookRunner.h"
-#include "host/ServiceTools.h"
 #include "host/SiblingTools.h"
-#include "registry/HandlerId.h"
 #include "registry/RegistryFile.h"
 
 namespace quelm {
 
 namespace {
 
-// The default name is not a default of the option library: it would show in the printed description.
+// Not a default value of the option library, which would print it in the description.
 std::string displayNameFrom(const CommandOptions& options) {
     return options.given("displayname") ? options.text("displayname") : "$version";
 }

@@ -1,28 +1,28 @@
-// The one frame in which every changing command reads its options.
+// Parses the options of a command and runs its steps.
 #pragma once
 
 #include <functional>
+#include <memory>
 #include <string>
-
-#include <boost/program_options/options_description.hpp>
-#include <boost/program_options/variables_map.hpp>
 
 namespace quelm {
 
 class CommandOptions {
 public:
     explicit CommandOptions(const std::string& caption);
+    CommandOptions(CommandOptions&&) noexcept;
+    ~CommandOptions();
 
     // The options are printed in the order of these calls. All texts must outlive the object.
     void addText(const char* name, const char* help);
     void addRequiredText(const char* name, const char* help);
     void addFlag(const char* name, const char* help);
-    // The switch that every changing command has; skipDirtyFlag tells its state.
+    // The switch that every changing command has; skipDirtyFlag returns its state.
     void addDirtyFlagSwitch();
 
     // Parses argv (argument 0 is the command word), then runs `steps`; returns 0. An option error, also one
-    // out of the steps, is printed with the description on standard error and gives 1; every other exception
-    // passes.
+    // thrown by the steps, is printed on standard error with the description and returns 1; every other
+    // exception passes.
     int run(int argc, char** argv, const std::function<void()>& steps);
 
     bool given(const char* name) const;
@@ -31,10 +31,10 @@ public:
     bool skipDirtyFlag() const;
 
 private:
-    void parse(int argc, char** argv);
+    // Boost's headers are large, and no command needs them.
+    struct Library;
 
-    boost::program_options::options_description description_;
-    boost::program_options::variables_map values_;
+    std::unique_ptr<Library> library_;
 };
 
 } // namespace quelm

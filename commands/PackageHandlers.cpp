@@ -10,7 +10,7 @@
 #include <boost/property_tree/ptree.hpp>
 
 #include "commands/PhpVersion.h"
-#include "registry/HandlerId.h"
+#include "registry/PhpHandler.h"
 
 namespace quelm {
 
@@ -21,10 +21,10 @@ namespace {
 
 constexpr const char* firstDedicatedVersion = "7.3";
 
-// The last bytes of the path decide, so that a file called just ".conf" counts.
+// Compares the end of the path and not the extension, so that a file named just ".conf" counts.
 bool isPackageFile(const fs::directory_entry& entry) {
-    std::error_code unreadable;
-    return fs::is_regular_file(entry.status(unreadable)) && entry.path().native().ends_with(".conf");
+    std::error_code ignored;
+    return fs::is_regular_file(entry.status(ignored)) && entry.path().native().ends_with(".conf");
 }
 
 void addDedicatedTwin(HandlerRegistry& registry, const PhpHandler& handler) {

@@ -6,8 +6,8 @@
 
 #include <boost/regex.hpp>
 
-#include "cli/QuelmUtilException.h"
-#include "lib/process/lib/ArgVector.h"
+#include "base/QuelmUtilException.h"
+#include "lib/process/lib/CmdLine.h"
 #include "lib/process/lib/ForkExecv.h"
 
 namespace quelm {

@@ -1,4 +1,4 @@
-// The version of a PHP executable, as the executable itself tells it.
+// The version of a PHP executable, from the banner that it prints.
 #pragma once
 
 #include <optional>
@@ -7,15 +7,15 @@
 namespace quelm {
 
 // Runs the executable with "-n" and "-v" and returns the dotted number of its banner, such as "8.1.2". The
-// php.ini path is not used: "-n" keeps every configuration out. Throws
+// php.ini path is not used: with "-n" PHP reads no configuration. Throws
 //   QuelmUtilException                 nothing exists at the path, the run fails, or no banner is found
 //   std::filesystem::filesystem_error  the path cannot be examined
 //   SystemError                        no child can be started
 std::string getPhpVersion(const std::string& binaryPath, const std::string& phpIniPath);
 
-// The version in the output of an interpreter: the number of the first line that is a banner as a whole
-// (warnings may stand before it), nothing when there is none. Throws std::runtime_error for a line whose
-// number has so many parts that the expression gives up.
+// The version number in the first line of an interpreter's output that is a banner; warnings may precede it.
+// Nothing when no line is one. Throws std::runtime_error when a line is too complex for the regular
+// expression library.
 std::optional<std::string> findPhpVersion(const std::string& output);
 
 // Prints the mismatch warning on standard error unless the two versions are the same text.

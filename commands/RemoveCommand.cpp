@@ -1,10 +1,12 @@
-// --remove. An unknown identifier is a warning, so that package scripts may remove twice; a handler of a
-// package is refused.
+// --remove. An unknown identifier is only a warning, so that package scripts can remove twice; a system
+// handler is refused.
+#include <algorithm>
 #include <iostream>
+#include <iterator>
 
-#include "cli/CommandHandlers.h"
-#include "cli/QuelmUtilException.h"
-#include "commands/CommandDescriptions.h"
+#include "base/QuelmUtilException.h"
+#include "commands/CommandOptions.h"
+#include "commands/Commands.h"
 #include "commands/PackageHandlers.h"
 #include "host/HookRunner.h"
 #include "host/SiblingTools.h"
@@ -23,13 +25,12 @@ void refuseSystemHandler(const PhpHandler& handler) {
     }
 }
 
-// The hooks are told the handler that moved into the removed one's place: configurators rely on it. Behind
-// the last record there is none, and they are told the removed handler itself.
-void removeAt(HandlerRegistry& registry, std::size_t position) {
-    const PhpHandler removed = registry[position];
-    remove(registry, removed.id);
-    save(registry, registryPath);
-    runConfigurators("remove", position < registry.size() ? registry[position] : removed);
+// Deliberate: the hooks get the handler that moves into the removed one's place; configurators rely on it.
+// When the last record is removed there is none, and they get the removed handler itself.
+PhpHandler handlerForHooks(const HandlerRegistry& registry, const PhpHandler& removed) {
+    const auto isRemoved = [&removed](const PhpHandler& handler) { return handler.id == removed.id; };
+    const auto next = std::next(std::find_if(registry.begin(), registry.end(), isRemoved));
+    return next != registry.end() ? *next : removed;
 }
 
 void removeHandler(const CommandOptions& options) {
@@ -42,7 +43,10 @@ void removeHandler(const CommandOptions& options) {
         return;
     }
     refuseSystemHandler(*handler);
-    removeAt(registry, static_cast<std::size_t>(handler - &registry[0]));
+    const PhpHandler forHooks = handlerForHooks(registry, *handler);
+    remove(registry, id);
+    save(registry, registryPath);
+    runConfigurators("remove", forHooks);
     if (!options.skipDirtyFlag()) {
         setDepotDirtyFlag();
     }
@@ -50,7 +54,7 @@ void removeHandler(const CommandOptions& options) {
 
 } // namespace
 
-// The help option is accepted and never looked at; callers pass it along with an identifier.
+// --help is accepted and ignored; callers pass it together with an identifier.
 CommandOptions removeOptions() {
     CommandOptions options("Remove handler options");
     options.addRequiredText("id", "php handler identifier");

@@ -5,12 +5,12 @@
 #include <stdexcept>
 #include <system_error>
 
-#include "cli/CommandHandlers.h"
-#include "commands/CommandDescriptions.h"
+#include "commands/CommandOptions.h"
+#include "commands/Commands.h"
 #include "commands/PackageHandlers.h"
 #include "commands/PhpVersion.h"
 #include "host/SiblingTools.h"
-#include "registry/DisplayName.h"
+#include "registry/PhpHandler.h"
 #include "registry/RegistryFile.h"
 
 namespace quelm {
@@ -26,8 +26,8 @@ bool isPackageOwned(const PhpHandler& handler) {
 
 // A path that cannot be examined counts as gone: one bad handler must not stop the others.
 bool isMissing(const std::string& path) {
-    std::error_code unreadable;
-    return !fs::exists(fs::status(path, unreadable));
+    std::error_code ignored;
+    return !fs::exists(fs::status(path, ignored));
 }
 
 std::string quotedName(const PhpHandler& handler) {
@@ -43,7 +43,7 @@ bool hasExecutable(const PhpHandler& handler) {
     return true;
 }
 
-// An empty path never exists, so a handler without a php.ini warns on every reread; administrators know it.
+// An empty path never exists, so a handler without a php.ini causes a warning on every reread; deliberate.
 std::string workingIni(const PhpHandler& handler) {
     if (isMissing(handler.phpini)) {
         std::cerr << "[Warning] " << handler.phpini << " for handler " << quotedName(handler)
@@ -64,7 +64,7 @@ void probe(PhpHandler& handler, const std::string& phpini) {
     }
 }
 
-// Refreshes the handler's version; tells whether the handler stays.
+// Refreshes the handler's version. Returns whether the handler stays.
 bool verify(PhpHandler& handler) {
     if (!hasExecutable(handler)) {
         return false;

@@ -1,12 +1,11 @@
-// --update. The options apply in one fixed order, whatever their order on the command line: the type before
-// service and pool directory, so that one call can turn a handler into an fpm one. Everything that can be
-// refused is refused before the save.
-#include "cli/CommandHandlers.h"
-#include "cli/QuelmUtilException.h"
-#include "commands/CommandDescriptions.h"
+// --update. The options are applied in a fixed order, whatever their order on the command line: the type
+// before service and pool directory, so that one call can turn a handler into an fpm one. Every check comes
+// before the save.
+#include "base/QuelmUtilException.h"
+#include "commands/CommandOptions.h"
+#include "commands/Commands.h"
 #include "commands/PhpVersion.h"
 #include "host/HookRunner.h"
-#include "host/ServiceTools.h"
 #include "host/SiblingTools.h"
 #include "registry/RegistryFile.h"
 
@@ -14,7 +13,7 @@ namespace quelm {
 
 namespace {
 
-// Tells whether the option was given; the field is left alone when it was not.
+// Returns whether the option was given; if not, the field is unchanged.
 bool take(const CommandOptions& options, const char* name, std::string& field) {
     if (!options.given(name)) {
         return false;
@@ -57,7 +56,7 @@ void probe(PhpHandler& handler) {
     handler.version = version;
 }
 
-void change(PhpHandler& handler, const CommandOptions& options) {
+void applyOptions(PhpHandler& handler, const CommandOptions& options) {
     take(options, "displayname", handler.displayname);
     const bool newPath = take(options, "path", handler.path);
     const bool newCli = take(options, "clipath", handler.clipath);
@@ -86,7 +85,7 @@ void updateHandler(const CommandOptions& options) {
     HandlerRegistry registry;
     load(registry, registryPath);
     PhpHandler& handler = findCustomHandler(registry, id);
-    change(handler, options);
+    applyOptions(handler, options);
     save(registry, registryPath);
     runConfigurators("update", handler);
     if (!options.skipDirtyFlag()) {
@@ -96,7 +95,7 @@ void updateHandler(const CommandOptions& options) {
 
 } // namespace
 
-// The type's help does not name fpm, although it is accepted: kept, front ends show this text.
+// The help of --type does not name fpm, although it is accepted: deliberate, front ends show this text.
 CommandOptions updateOptions() {
     CommandOptions options("Update handler options");
     options.addText("id", "handler id");

@@ -4,12 +4,10 @@
 
 #include <boost/property_tree/exceptions.hpp>
 
-#include "cli/QuelmUtilException.h"
+#include "base/QuelmUtilException.h"
 #include "commands/PackageHandlers.h"
-#include "fuzz/MemoryFile.h"
-#include "fuzz/Require.h"
-#include "fuzz/Target.h"
-#include "registry/HandlerId.h"
+#include "fuzz/Fuzz.h"
+#include "registry/PhpHandler.h"
 #include "tests/registry/TestRegistry.h"
 
 namespace quelm::fuzz {
@@ -41,7 +39,7 @@ enum class IdLine { written, leftOut };
 std::string fileOf(const PhpHandler& handler, IdLine id) {
     std::string text = "displayname=" + handler.displayname + "\npath=" + handler.path +
                        "\nclipath=" + handler.clipath + "\nphpini=" + handler.phpini +
-                       "\ntype=" + formatHandlerType(handler);
+                       "\ntype=" + std::string(formatHandlerType(handler));
     if (handler.type == PhpHandlerType::fpm) {
         text += "\nservice=" + handler.service + "\npoold=" + handler.poold;
     }

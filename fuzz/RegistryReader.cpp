@@ -8,14 +8,11 @@
 #include <string_view>
 #include <vector>
 
-#include "cli/QuelmUtilException.h"
-#include "fuzz/MemoryFile.h"
+#include "base/QuelmUtilException.h"
+#include "fuzz/Fuzz.h"
 #include "fuzz/RegistryReport.h"
-#include "fuzz/Require.h"
-#include "fuzz/Target.h"
-#include "registry/DisplayName.h"
+#include "registry/PhpHandler.h"
 #include "registry/RegistryFile.h"
-#include "registry/RegistrySnapshot.h"
 #include "registry/RegistryWriter.h"
 #include "tests/registry/TestRegistry.h"
 
@@ -122,7 +119,7 @@ std::string listed(std::string_view text) {
     file.fill(text);
     const test::CaughtErrors errors;
     std::ostringstream stream;
-    writeRegistryJson(RegistrySnapshot(file.path()), stream);
+    writeRegistryJson(RegistrySnapshot(file.path()).handlers(), stream, false);
     return stream.str();
 }
 

@@ -5,7 +5,7 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "fuzz/Require.h"
+#include "fuzz/Fuzz.h"
 
 namespace quelm::fuzz {
 

@@ -8,8 +8,7 @@
 #include <string_view>
 
 #include "commands/PhpVersion.h"
-#include "fuzz/Require.h"
-#include "fuzz/Target.h"
+#include "fuzz/Fuzz.h"
 
 namespace quelm::fuzz {
 

@@ -2,76 +2,37 @@
 
 #include <algorithm>
 #include <stdexcept>
-#include <utility>
 
-#include "cli/QuelmUtilException.h"
+#include "base/QuelmUtilException.h"
 
 namespace quelm {
 
+void HandlerRegistry::keepIf(const std::function<bool(PhpHandler&)>& keep) {
+    std::vector<PhpHandler> kept;
+    for (PhpHandler& record : std::exchange(records_, {})) {
+        if (keep(record)) {
+            kept.push_back(std::move(record));
+        }
+    }
+    records_ = std::move(kept);
+}
+
 namespace {
 
-// size() when no record has the id.
-std::size_t positionOf(const HandlerRegistry& registry, std::string_view id) {
-    const auto found = std::find_if(registry.begin(), registry.end(),
-                                    [id](const PhpHandler& handler) { return handler.id == id; });
-    return static_cast<std::size_t>(found - registry.begin());
+HandlerRegistry::const_iterator locate(const HandlerRegistry& registry, std::string_view id) {
+    return std::find_if(registry.begin(), registry.end(),
+                        [id](const PhpHandler& handler) { return handler.id == id; });
 }
 
 } // namespace
 
-PhpHandler& HandlerRegistry::operator[](std::size_t position) {
-    dropIndex();
-    return records_[position];
-}
-
-HandlerRegistry::iterator HandlerRegistry::begin() {
-    dropIndex();
-    return records_.begin();
-}
-
-HandlerRegistry::iterator HandlerRegistry::end() {
-    dropIndex();
-    return records_.end();
-}
-
-bool HandlerRegistry::contains(std::string_view id) {
-    if (!index_.hasRoom(1)) {
-        makeIndex();
-    }
-    return index_.contains(id, [this](std::size_t position) { return idAt(position); });
-}
-
-void HandlerRegistry::append(PhpHandler handler) {
-    records_.push_back(std::move(handler));
-    const std::size_t last = records_.size() - 1;
-    if (index_.hasRoom(records_.size())) {
-        index_.add(idAt(last), last, [this](std::size_t position) { return idAt(position); });
-    } else {
-        dropIndex();
-    }
-}
-
-void HandlerRegistry::erase(std::size_t position) {
-    dropIndex();
-    records_.erase(records_.begin() + static_cast<std::ptrdiff_t>(position));
-}
-
-void HandlerRegistry::clear() {
-    dropIndex();
-    records_.clear();
-}
-
-// As large as the records can become without a new allocation of their own.
-void HandlerRegistry::makeIndex() {
-    index_.reset(records_.capacity());
-    for (std::size_t position = 0; position < records_.size(); ++position) {
-        index_.add(idAt(position), position, [this](std::size_t other) { return idAt(other); });
-    }
+const PhpHandler* find(const HandlerRegistry& registry, std::string_view id) {
+    const auto found = locate(registry, id);
+    return found != registry.end() ? &*found : nullptr;
 }
 
 PhpHandler* find(HandlerRegistry& registry, std::string_view id) {
-    const std::size_t position = positionOf(registry, id);
-    return position < registry.size() ? &registry[position] : nullptr;
+    return const_cast<PhpHandler*>(find(std::as_const(registry), id));
 }
 
 void add(HandlerRegistry& registry, const PhpHandler& handler) {
@@ -79,18 +40,18 @@ void add(HandlerRegistry& registry, const PhpHandler& handler) {
     if (handler.id.empty()) {
         throw std::runtime_error("Undefined php handler id");
     }
-    if (registry.contains(handler.id)) {
+    if (find(registry, handler.id) != nullptr) {
         throw QuelmUtilException("Handler with id = `" + handler.id + "' already exists");
     }
     registry.append(handler);
 }
 
 void remove(HandlerRegistry& registry, const std::string& id) {
-    const std::size_t position = positionOf(registry, id);
-    if (position == registry.size()) {
+    const auto found = locate(registry, id);
+    if (found == registry.end()) {
         throw QuelmUtilException("Handler with id = `" + id + "' not found");
     }
-    registry.erase(position);
+    erase(registry, static_cast<std::size_t>(found - registry.begin()));
 }
 
 void erase(HandlerRegistry& registry, std::size_t position) {

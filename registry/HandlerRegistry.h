@@ -1,20 +1,20 @@
-// The registered handlers in the order of the registry file, no two with the same id.
+// The registered handlers in the order of the registry file, no two with the same id. Look-ups are linear: a
+// host has dozens of handlers.
 #pragma once
 
 #include <cstddef>
+#include <functional>
 #include <string>
 #include <string_view>
 #include <utility>
 #include <vector>
 
-#include "registry/IdIndex.h"
 #include "registry/PhpHandler.h"
 
 namespace quelm {
 
 class HandlerRegistry {
 public:
-    using iterator = std::vector<PhpHandler>::iterator;
     using const_iterator = std::vector<PhpHandler>::const_iterator;
 
     std::size_t size() const { return records_.size(); }
@@ -23,61 +23,27 @@ public:
     const_iterator begin() const { return records_.begin(); }
     const_iterator end() const { return records_.end(); }
 
-    // Whoever can change a record can change its id: these drop the index, and the next contains() makes a
-    // new one. Do not call contains() or append() while such access is still in use.
-    PhpHandler& operator[](std::size_t position);
-    iterator begin();
-    iterator end();
+    // What the writers take; valid while the registry is unchanged. Throws std::runtime_error for a record
+    // whose type is none of the four.
+    operator HandlerViews() const { return {begin(), end()}; }
 
-    // True when a record has this id. Does not search the records one by one.
-    bool contains(std::string_view id);
+    // Calls `keep` with each record, first to last, and removes those for which it returns false. `keep` may
+    // change a record, but not its id. When it throws, the registry is empty.
+    void keepIf(const std::function<bool(PhpHandler&)>& keep);
 
     // Appends without looking for a record with the same id; see add().
-    void append(PhpHandler handler);
-
+    void append(PhpHandler handler) { records_.push_back(std::move(handler)); }
     void reserve(std::size_t count) { records_.reserve(count); }
-    void erase(std::size_t position);
-    void clear();
-
-    // Calls `keep` with each record, first to last, and removes those for which it answers false; the others
-    // stay in their order. `keep` may change the record. One pass: the cost does not grow with the number of
-    // records removed. When `keep` throws, the record at hand and all behind it stay.
-    template <class Keep>
-    void keepIf(Keep keep);
+    void erase(std::size_t position) { records_.erase(begin() + static_cast<std::ptrdiff_t>(position)); }
+    void clear() { records_.clear(); }
 
 private:
-    std::string_view idAt(std::size_t position) const { return records_[position].id; }
-    void makeIndex();
-    void dropIndex() { index_.clear(); }
-
     std::vector<PhpHandler> records_;
-    IdIndex index_; // of every record, or of none
 };
 
-template <class Keep>
-void HandlerRegistry::keepIf(Keep keep) {
-    dropIndex();
-    auto place = records_.begin();
-    auto record = records_.begin();
-    const auto closeGap = [&] { records_.erase(place, record); };
-    try {
-        for (; record != records_.end(); ++record) {
-            if (!keep(*record)) {
-                continue;
-            }
-            if (place != record) {
-                *place = std::move(*record);
-            }
-            ++place;
-        }
-    } catch (...) {
-        closeGap();
-        throw;
-    }
-    closeGap();
-}
-
-// The first record with the id, or null. The pointer stays valid while nothing is added or removed.
+// The first record with the id, or null. The pointer is valid while nothing is added or removed. The id of a
+// record must not be changed.
+const PhpHandler* find(const HandlerRegistry& registry, std::string_view id);
 PhpHandler* find(HandlerRegistry& registry, std::string_view id);
 
 // Appends a copy. Throws std::runtime_error when the id is empty, QuelmUtilException when it is taken.

@@ -26,8 +26,7 @@ constexpr std::array<std::string_view, 24> messages{
     "Invalid escape sequence found in string.",
     "Invalid character found in string. Check that strings do not contain control characters.",
     "Invalid or unsupported Unicode character or escape sequence found in string. UTF8 encoded characters "
-    "and "
-    "'\\u' escape sequences are not supported.",
+    "and '\\u' escape sequences are not supported.",
     "JSON object is expected.",
     "JSON name separator (':') is expected inside an object.",
     "JSON value separator (',') or end of object is expected.",

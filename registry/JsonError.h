@@ -1,4 +1,4 @@
-// What the registry reader can object to, and how it is told.
+// The errors of the registry reader and their report.
 #pragma once
 
 #include <cstddef>

@@ -60,7 +60,7 @@ JsonReader::Next JsonReader::nextMember(std::string_view& name) {
 }
 
 bool JsonReader::readName(std::string_view& name) {
-    if (!readText(name)) {
+    if (!readString(name)) {
         return false;
     }
     skipSpace();
@@ -97,30 +97,21 @@ JsonReader::Next JsonReader::nextElement() {
 }
 
 bool JsonReader::readString(std::string_view& value) {
-    if (!readText(value)) {
-        return false;
-    }
-    // On the closing quote, or before it.
-    begin_[value.data() + value.size() - begin_] = '\0';
-    return true;
-}
-
-inline bool JsonReader::readText(std::string_view& text) {
     skipSpace();
     if (*cursor_ != '"') {
         return fail(JsonErrorCode::stringExpected);
     }
     char* const start = ++cursor_;
-    cursor_ += findNotPlain(start, end_) - start;
+    cursor_ += countPlain({start, static_cast<std::size_t>(end_ - start)});
     if (*cursor_ != '"') {
-        return decodeRest(start, text);
+        return decodeRest(start, value);
     }
-    text = {start, static_cast<std::size_t>(cursor_ - start)};
+    value = {start, static_cast<std::size_t>(cursor_ - start)};
     ++cursor_;
     return true;
 }
 
-// Goes on from the first byte that is not plain. The decoded text grows behind the cursor.
+// Continues at the first byte that is not plain. The decoded text is written behind the cursor.
 bool JsonReader::decodeRest(char* start, std::string_view& value) {
     char* decoded = cursor_;
     while (*cursor_ != '"') {
@@ -141,7 +132,7 @@ bool JsonReader::decodeRest(char* start, std::string_view& value) {
     return true;
 }
 
-// Stands behind the backslash; `decoded` lies on it or before it.
+// The cursor is behind the backslash; `decoded` is the backslash or a byte before it.
 bool JsonReader::decodeEscape(char& decoded) {
     constexpr std::string_view letters = "\"\\/bfnrt";
     constexpr std::string_view meanings = "\"\\/\b\f\n\r\t";
@@ -254,7 +245,7 @@ bool JsonReader::skipNumber() {
     return true;
 }
 
-// At least one digit; leading zeros are no objection.
+// At least one digit; leading zeros are accepted.
 bool JsonReader::skipDigits() {
     if (!isDigit(*cursor_)) {
         return fail(JsonErrorCode::numberFormat);

@@ -8,20 +8,20 @@
 
 namespace quelm {
 
-// Owns its position and its first error. Each step skips white space (the C locale's) and answers whether it
-// found what it names; after a "no" only error() is of use. Only bytes that it has passed are written, so
-// offsets are those of the original text.
+// Owns its position and its first error. Each step skips white space (the C locale's) and returns whether it
+// found what it names; after a failure only error() may be called. Only bytes before the position are
+// overwritten, so offsets are those of the original text.
 class JsonReader {
 public:
-    // Where a step into or through an object or array has led.
+    // The outcome of a step into or through an object or array.
     enum class Next { item, end, failed };
 
     // `text` has a NUL byte at `size` and ends with its first one. It is overwritten while reading, and
     // outlives the reader and every string that it returned.
     JsonReader(char* text, std::size_t size) : begin_(text), end_(text + size), cursor_(text) {}
 
-    // Steps to the first member or the next one; `name` is set and its value is due. At `end` the reader
-    // stands on the closing bracket.
+    // Steps to the value of the first or the next member and sets `name`. At `end` the position is the
+    // closing bracket.
     Next openObject(std::string_view& name);
     Next nextMember(std::string_view& name);
 
@@ -33,7 +33,7 @@ public:
     void close() { ++cursor_; }
 
     // A string. The escapes are \" \\ \/ \b \f \n \r \t and \u0000, which ends the value: the rest of the
-    // string is checked and dropped. The value is NUL-terminated in the text.
+    // string is checked and dropped.
     bool readString(std::string_view& value);
     bool readBoolean(bool& value);
 
@@ -48,7 +48,6 @@ public:
 private:
     void skipSpace();
     bool readName(std::string_view& name);
-    bool readText(std::string_view& text);
     bool decodeRest(char* start, std::string_view& value);
     bool decodeEscape(char& decoded);
     bool skipScalar();

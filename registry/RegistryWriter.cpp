@@ -1,110 +1,165 @@
 #include "registry/RegistryWriter.h"
 
 #include <algorithm>
+#include <array>
 #include <cstddef>
-#include <memory>
+#include <string>
 #include <string_view>
 
-#include "registry/DisplayName.h"
-#include "registry/HandlerView.h"
-#include "registry/JsonString.h"
+#include "registry/PlainBytes.h"
 
 namespace quelm {
 
 namespace {
 
-// A document is given away whenever so much of it is there.
-constexpr std::size_t longestPiece = 65536;
+// By control byte: what follows the backslash; 'u' is followed by the number.
+constexpr std::string_view controlLetters = "uuuuuuuubtnufruuuuuuuuuuuuuuuuuu";
 
-// Whatever its texts, a handler takes no more: nine of them, and what stands around them and ends the
-// document.
-constexpr std::size_t handlerRoom = 9 * jsonStringRoom + 256;
-
-// Few handlers take more.
-constexpr std::size_t usualHandler = 512;
-
-char* writeMember(char* output, std::string_view prefix, std::string_view value) {
-    return writeJsonString(writeText(output, prefix), value);
-}
-
-char* writeHandler(char* output, const HandlerView& handler, std::string_view displayname) {
-    output = writeText(output, "\n{\n");
-    output = writeMember(output, "\t\"id\":", handler.id);
-    output = writeMember(output, ",\n\t\"path\":", handler.path);
-    output = writeMember(output, ",\n\t\"clipath\":", handler.clipath);
-    output = writeMember(output, ",\n\t\"phpini\":", handler.phpini);
-    output = writeMember(output, ",\n\t\"version\":", handler.version);
-    output = writeMember(output, ",\n\t\"displayname\":", displayname);
-    output = writeMember(output, ",\n\t\"type\":", handlerTypeName(handler.type));
-    output = writeText(output, handler.system ? ",\n\t\"system\":true" : ",\n\t\"system\":false");
-    if (handler.type == PhpHandlerType::fpm) {
-        output = writeMember(output, ",\n\t\"service\":", handler.service);
-        output = writeMember(output, ",\n\t\"poold\":", handler.poold);
+void appendEscape(std::string& output, char c) {
+    constexpr std::string_view digits = "0123456789ABCDEF";
+    const auto byte = static_cast<unsigned char>(c);
+    const char letter = byte < controlLetters.size() ? controlLetters[byte] : c;
+    output += '\\';
+    output += letter;
+    if (letter == 'u') {
+        output += "00";
+        output += digits[byte >> 4];
+        output += digits[byte & 0x0fU];
     }
-    return writeText(output, "\n}");
 }
 
-// Gives the document to `take` in pieces, a short one in one piece when it is not longer than expected: most
-// registries are short, and memory that is not asked for makes a start quicker. `nameOf` tells how the
-// display name is written.
-template <class Handlers, class NameOf, class Take>
-void writeDocument(const Handlers& handlers, std::size_t expectedSize, NameOf nameOf, Take take) {
-    const std::size_t pieceSize = std::min(expectedSize, longestPiece);
-    const auto piece = std::make_unique_for_overwrite<char[]>(pieceSize + handlerRoom);
-    char* const full = piece.get() + pieceSize;
-    char* end = writeText(piece.get(), "{\"php\":[");
-    const auto flush = [&] {
-        take(std::string_view(piece.get(), end));
-        end = piece.get();
-    };
-    bool first = true;
-    for (const auto& handler : handlers) {
-        if (!first) {
-            *end++ = ',';
+// False when the value is too long.
+bool appendEscaped(std::string& output, std::string_view value) {
+    const std::size_t longest = output.size() + longestJsonValue;
+    for (const char c : value.substr(0, value.find('\0'))) {
+        if (isPlain(c)) {
+            output += c;
+        } else {
+            appendEscape(output, c);
         }
-        first = false;
-        end = writeHandler(end, viewOf(handler), nameOf(handler));
-        if (end >= full) {
-            flush();
+        if (output.size() > longest) {
+            return false;
         }
     }
-    end = writeText(end, "\n]}\n");
-    flush();
-}
-
-std::size_t expectedSize(const HandlerRegistry& registry) {
-    return registry.size() * usualHandler;
-}
-
-auto writerTo(std::ostream& stream) {
-    return [&stream](std::string_view piece) {
-        stream.write(piece.data(), static_cast<std::streamsize>(piece.size()));
-    };
+    return true;
 }
 
 } // namespace
 
-std::string registryJson(const HandlerRegistry& registry) {
-    std::string document;
-    document.reserve(expectedSize(registry));
-    writeDocument(registry, expectedSize(registry), escapedDisplayName,
-                  [&](std::string_view piece) { document += piece; });
-    return document;
+void appendJsonString(std::string& output, std::string_view value) {
+    if (value.data() == nullptr) {
+        output += "null";
+        return;
+    }
+    const std::size_t start = output.size();
+    output += '"';
+    if (value.size() <= longestJsonValue && isAllPlain(value)) {
+        output += value;
+    } else if (!appendEscaped(output, value)) {
+        output.resize(start);
+        output += "null";
+        return;
+    }
+    output += '"';
 }
 
-void writeRegistryJson(const HandlerRegistry& registry, std::ostream& stream, bool forStorage) {
-    writeDocument(registry, expectedSize(registry), forStorage ? escapedDisplayName : expandedDisplayName,
-                  writerTo(stream));
+namespace {
+
+void appendMember(std::string& output, std::string_view prefix, std::string_view value) {
+    output += prefix;
+    appendJsonString(output, value);
 }
 
-void writeRegistryJson(const RegistrySnapshot& snapshot, std::ostream& stream) {
-    std::string name;
-    const auto expanded = [&](const HandlerObject& handler) -> std::string_view {
-        name.clear();
-        appendExpandedName(name, {handler.displayname, handler.nameSize}, handler.version);
-        return name;
-    };
-    writeDocument(snapshot.handlers(), snapshot.textSize(), expanded, writerTo(stream));
+void appendHandler(std::string& output, const HandlerView& handler, bool forStorage) {
+    output += "\n{\n";
+    appendMember(output, "\t\"id\":", handler.id);
+    appendMember(output, ",\n\t\"path\":", handler.path);
+    appendMember(output, ",\n\t\"clipath\":", handler.clipath);
+    appendMember(output, ",\n\t\"phpini\":", handler.phpini);
+    appendMember(output, ",\n\t\"version\":", handler.version);
+    appendMember(output, ",\n\t\"displayname\":",
+                 forStorage ? escapedDisplayName(handler) : expandedDisplayName(handler));
+    appendMember(output, ",\n\t\"type\":", handler.type);
+    output += handler.system ? ",\n\t\"system\":true" : ",\n\t\"system\":false";
+    if (handler.type == "fpm") {
+        appendMember(output, ",\n\t\"service\":", handler.service);
+        appendMember(output, ",\n\t\"poold\":", handler.poold);
+    }
+    output += "\n}";
+}
+
+} // namespace
+
+void writeRegistryJson(const HandlerViews& registry, std::ostream& stream, bool forStorage) {
+    constexpr std::size_t longestPiece = 65536;
+    std::string piece = "{\"php\":[";
+    std::string_view separator;
+    for (const HandlerView& handler : registry) {
+        piece += separator;
+        separator = ",";
+        appendHandler(piece, handler, forStorage);
+        if (piece.size() >= longestPiece) {
+            stream.write(piece.data(), static_cast<std::streamsize>(piece.size()));
+            piece.clear();
+        }
+    }
+    piece += "\n]}\n";
+    stream.write(piece.data(), static_cast<std::streamsize>(piece.size()));
+}
+
+namespace {
+
+constexpr std::size_t columns = 10;
+constexpr std::size_t gap = 2; // blanks before each column but the first
+using Cells = std::array<std::string_view, columns>;
+using Widths = std::array<std::size_t, columns>;
+
+constexpr Cells titles{"id:",      "display name:", "version:", "type:",    "cgi-bin:",
+                       "cli-bin:", "php.ini:",      "system:",  "service:", "pool.d:"};
+
+// Calls `use` with the cells of each row; they are valid during the call only.
+template <class Use>
+void forEachRow(const HandlerViews& registry, Use use) {
+    use(titles);
+    for (const HandlerView& handler : registry) {
+        const std::string name = expandedDisplayName(handler);
+        use(Cells{handler.id, name, handler.version, handler.type, handler.path, handler.clipath,
+                  handler.phpini, handler.system ? "*" : "", handler.service, handler.poold});
+    }
+}
+
+Widths measure(const HandlerViews& registry) {
+    Widths widths{};
+    forEachRow(registry, [&](const Cells& cells) {
+        for (std::size_t column = 0; column < columns; ++column) {
+            widths[column] = std::max(widths[column], cells[column].size());
+        }
+    });
+    return widths;
+}
+
+void appendRow(std::string& output, const Cells& cells, const Widths& widths) {
+    for (std::size_t column = 0; column < columns; ++column) {
+        output.append((column == 0 ? 0 : gap) + widths[column] - cells[column].size(), ' ');
+        output += cells[column];
+    }
+    output += '\n';
+}
+
+} // namespace
+
+void writeHandlerTable(const HandlerViews& registry, std::ostream& stream) {
+    constexpr std::size_t longestPiece = 65536;
+    const Widths widths = measure(registry);
+    std::string piece;
+    forEachRow(registry, [&](const Cells& cells) {
+        appendRow(piece, cells, widths);
+        if (piece.size() >= longestPiece) {
+            stream.write(piece.data(), static_cast<std::streamsize>(piece.size()));
+            piece.clear();
+        }
+    });
+    stream.write(piece.data(), static_cast<std::streamsize>(piece.size()));
 }
 
 } // namespace quelm

@@ -1,24 +1,32 @@
-// The registry as a JSON document: for the registry file and, with display names as people see them, for the
-// control panel. Layout and order of members are fixed, byte for byte.
+// The two writers of the registry: a JSON document, for the file and the control panel, and a table for
+// people.
 #pragma once
 
+#include <cstddef>
 #include <ostream>
 #include <string>
+#include <string_view>
 
-#include "registry/HandlerRegistry.h"
-#include "registry/RegistrySnapshot.h"
+#include "registry/PhpHandler.h"
 
 namespace quelm {
 
-// The document for storage. Throws std::runtime_error when a record's type is none of the four or its display
-// name cannot be encoded.
-std::string registryJson(const HandlerRegistry& registry);
+// Writes the document, for storage with percent-encoded display names, else with expanded ones. A long one is
+// written in pieces of about 64 KiB. Throws std::runtime_error when a display name cannot be encoded. A
+// stream that fails is left to the caller.
+void writeRegistryJson(const HandlerViews& registry, std::ostream& stream, bool forStorage);
 
-// Writes the document piece by piece: for storage with percent-encoded display names, else with expanded
-// ones. Throws as registryJson does, when it comes to the record; a stream that fails is left to the caller.
-void writeRegistryJson(const HandlerRegistry& registry, std::ostream& stream, bool forStorage);
+// Writes a row of titles and a row per handler in registry order: ten right-aligned columns, two blanks
+// between them, each as wide as its longest value counted in bytes. Display names are expanded; service and
+// pool directory are shown whatever the type. A stream that fails is left to the caller.
+void writeHandlerTable(const HandlerViews& registry, std::ostream& stream);
 
-// Writes what the registry file holds as a listing: the same bytes as for a registry loaded from it.
-void writeRegistryJson(const RegistrySnapshot& snapshot, std::ostream& stream);
+// A value that takes more bytes in this form, quotes not counted, is replaced by null.
+inline constexpr std::size_t longestJsonValue = 4087;
+
+// Appends the value in double quotes. Control bytes become \b \t \n \f \r or \u00XX (which JsonReader
+// refuses: deliberate), the quote and the backslash get a backslash, all other bytes are copied. The value
+// ends at its first NUL byte. A value that is too long, or whose data is a null pointer, becomes a bare null.
+void appendJsonString(std::string& output, std::string_view value);
 
 } // namespace quelm

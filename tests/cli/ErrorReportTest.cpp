@@ -5,8 +5,8 @@
 
 #include <gtest/gtest.h>
 
-#include "cli/QuelmUtilException.h"
-#include "cli/Traceback.h"
+#include "base/QuelmUtilException.h"
+#include "base/Traceback.h"
 #include "tests/support/FlushedText.h"
 #include "tests/support/InChild.h"
 

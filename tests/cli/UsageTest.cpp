@@ -1,4 +1,4 @@
-#include "cli/Usage.h"
+#include "cli/Dispatcher.h"
 
 #include <gtest/gtest.h>
 

@@ -134,14 +134,31 @@ TEST_F(Options, AValueWithoutANameIsAStrayWord) {
     EXPECT_EQ(error_, "");
 }
 
-TEST_F(Options, AWordThatHoldsALibraryPlaceholderIsRefusedAsItStands) {
-    for (const std::string word : {"--%canonical_option%", "-%canonical_option%", "-x%canonical_option%",
-                                   "--%original_token%", "--%prefix%", "--%option%", "--%value%", "--100%",
-                                   "--bogus=%canonical_option%", "--id%canonical_option%"}) {
+// The library fills its placeholders in wherever they stand, in the user's word too.
+TEST_F(Options, AWordThatHoldsALibraryPlaceholderGetsTheLibrarysText) {
+    expectError({"--%option%"}, "unrecognised option '--'");
+    expectError({"--%prefix%"}, "unrecognised option '----'");
+    expectError({"--id%prefix%%path=x"}, "unrecognised option '--id--%path=x'");
+    expectError({"-%prefix%x"}, "unrecognised option '---x'");
+    expectError({"--%value%"}, "unrecognised option '--%value%'");
+    expectError({"--100%"}, "unrecognised option '--100%'");
+    expectError({"--%orig%option%inal_token%"}, "unrecognised option '----%orig%option%inal_token%'");
+    expectError({"--p=%prefix%"}, "option '--p=--' is ambiguous and matches '--path', and '--phpini'");
+    expectError({"--%prefix%="},
+                "the argument for option '----' should follow immediately after the equal sign");
+}
+
+TEST_F(Options, AWordThatWouldKeepTheLibraryBusyForEverIsRefusedAsItStands) {
+    for (const std::string word :
+         {"--%canonical_option%", "-%canonical_option%", "-x%canonical_option%", "--%original_token%",
+          "--bogus=%canonical_option%", "--id%canonical_option%",
+          "--%canonical_%option%option%%original_token%"}) {
         expectError({word}, "unrecognised option '" + word + "'");
     }
     expectError({"--p=%canonical_option%"},
                 "option '--p=%canonical_option%' is ambiguous and matches '--path', and '--phpini'");
+    expectError({"--%option%="},
+                "the argument for option '--%option%' should follow immediately after the equal sign");
     expectError({"--no-set-dirty-flag=%original_token%"},
                 "option '--no-set-dirty-flag' does not take any arguments");
 }

@@ -1,20 +1,16 @@
-#include "registry/DisplayName.h"
+#include "registry/PhpHandler.h"
 
-#include <cstdlib>
-#include <cstring>
-#include <functional>
-#include <iostream>
 #include <stdexcept>
 
-#include <curl/curl.h>
 #include <sys/mman.h>
 
 #include <gtest/gtest.h>
 
-#include "cli/QuelmUtilException.h"
+#include "base/QuelmUtilException.h"
 #include "registry/RegistryFile.h"
 #include "tests/registry/TestRegistry.h"
-#include "tests/support/InChild.h"
+#include "tests/support/Faults.h"
+#include "tests/support/TempDir.h"
 
 namespace quelm {
 
@@ -29,36 +25,6 @@ PhpHandler named(const std::string& displayname, const std::string& version = ""
 
 std::string unescaped(std::string text) {
     return std::string(unescapeDisplayName(text));
-}
-
-bool memoryIsOut = false;
-
-void* givenMemory(std::size_t size) {
-    return memoryIsOut ? nullptr : std::malloc(size);
-}
-void* movedMemory(void* block, std::size_t size) {
-    return memoryIsOut ? nullptr : std::realloc(block, size);
-}
-char* copiedText(const char* text) {
-    return memoryIsOut ? nullptr : ::strdup(text);
-}
-void* clearedMemory(std::size_t count, std::size_t size) {
-    return memoryIsOut ? nullptr : std::calloc(count, size);
-}
-
-// Prints what `convert` throws when libcurl, which is told its allocator once per process, gets no memory.
-std::string failureWithoutMemory(const std::function<void()>& convert) {
-    return test::inChild([&] {
-               ::curl_global_init_mem(CURL_GLOBAL_NOTHING, givenMemory, std::free, movedMemory, copiedText,
-                                      clearedMemory);
-               memoryIsOut = true;
-               try {
-                   convert();
-               } catch (const std::runtime_error& failure) {
-                   std::cout << failure.what();
-               }
-           })
-        .output;
 }
 
 } // namespace
@@ -129,10 +95,14 @@ TEST(EscapedDisplayName, EveryByteSurvivesTheRoundTrip) {
     EXPECT_EQ(unescaped(escapedDisplayName(named(name))), name);
 }
 
-TEST(EscapedDisplayName, WithoutMemoryThereIsNoConversion) {
-    EXPECT_EQ(failureWithoutMemory([] { escapedDisplayName(named("PHP 8")); }),
-              "Unable to convert display name");
-    EXPECT_EQ(failureWithoutMemory([] { unescaped("PHP%208"); }), "Unable to convert display name");
+TEST(EscapedDisplayName, ThatLibcurlCannotMakeIsAnError) {
+    const test::FailedCall failing(test::Call::curl_easy_escape, 0);
+    try {
+        escapedDisplayName(named("PHP 8"));
+        ADD_FAILURE();
+    } catch (const std::runtime_error& failure) {
+        EXPECT_STREQ(failure.what(), "Unable to convert display name");
+    }
 }
 
 TEST(UnescapedDisplayName, TheDecodedNameTakesThePlaceOfTheEncodedOne) {
@@ -143,41 +113,34 @@ TEST(UnescapedDisplayName, TheDecodedNameTakesThePlaceOfTheEncodedOne) {
     EXPECT_EQ(text.substr(5), ", and more");
 }
 
-TEST(UnescapedDisplayName, ANameThatCannotBeDecodedStays) {
-    const std::string told = test::inChild([] {
-                                 ::curl_global_init_mem(CURL_GLOBAL_NOTHING, givenMemory, std::free,
-                                                        movedMemory, copiedText, clearedMemory);
-                                 memoryIsOut = true;
-                                 std::string text = "a%20b";
-                                 try {
-                                     unescapeDisplayName(text);
-                                 } catch (const std::runtime_error&) {
-                                     std::cout << text;
-                                 }
-                             }).output;
-    EXPECT_EQ(told, "a%20b");
+TEST(UnescapedDisplayName, ANameThatLibcurlCannotDecodeStays) {
+    const test::FailedCall failing(test::Call::curl_easy_unescape, 0);
+    std::string text = "a%20b";
+    try {
+        unescapeDisplayName(text);
+        ADD_FAILURE();
+    } catch (const std::runtime_error& failure) {
+        EXPECT_STREQ(failure.what(), "Unable to convert display name");
+    }
+    EXPECT_EQ(text, "a%20b");
 }
 
-TEST(UnescapedDisplayName, ThatCannotBeDecodedIsToldBeforeAConflict) {
-    const auto ended = test::inChild([] {
-        const test::ScratchDirectory directory;
-        const std::string path = directory / "registry.json";
-        const std::string front =
-            R"({"id":"a","path":"p","version":"v","phpini":"i","type":"cgi","displayname":)";
-        test::writeFile(path, R"({"php":[)" + front + R"("d"},)" + front + R"("PHP%208"}]})");
-        ::curl_global_init_mem(CURL_GLOBAL_NOTHING, givenMemory, std::free, movedMemory, copiedText,
-                               clearedMemory);
-        memoryIsOut = true;
-        const test::CaughtErrors warnings;
-        HandlerRegistry registry;
-        try {
-            load(registry, path);
-        } catch (const QuelmUtilException& failure) {
-            std::cout << warnings.text()
-                      << std::string_view(failure.what()).substr(("Error reading " + path).size());
-        }
-    });
-    EXPECT_EQ(ended.output, ": Unable to convert display name");
+TEST(UnescapedDisplayName, ThatCannotBeDecodedIsReportedBeforeAConflict) {
+    const test::TempDir directory;
+    const std::string front =
+        R"({"id":"a","path":"p","version":"v","phpini":"i","type":"cgi","displayname":)";
+    const std::string path =
+        directory.write("registry.json", R"({"php":[)" + front + R"("d"},)" + front + R"("PHP%208"}]})");
+    const test::FailedCall failing(test::Call::curl_easy_unescape, 0);
+    const test::CaughtErrors warnings;
+    HandlerRegistry registry;
+    try {
+        load(registry, path);
+        ADD_FAILURE();
+    } catch (const QuelmUtilException& failure) {
+        EXPECT_EQ(failure.what(), "Error reading " + path + ": Unable to convert display name");
+    }
+    EXPECT_EQ(warnings.text(), "");
 }
 
 // The pages behind the first are never touched, so this costs no memory.

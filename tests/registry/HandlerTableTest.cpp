@@ -1,4 +1,4 @@
-#include "registry/HandlerTable.h"
+#include "registry/RegistryWriter.h"
 
 #include <algorithm>
 #include <array>
@@ -8,7 +8,7 @@
 #include <boost/format.hpp>
 #include <gtest/gtest.h>
 
-#include "registry/DisplayName.h"
+#include "registry/PhpHandler.h"
 #include "tests/registry/TestRegistry.h"
 
 namespace quelm {
@@ -29,7 +29,7 @@ using Row = std::array<std::string, 10>;
 
 Row rowOf(const PhpHandler& handler) {
     return {handler.id,      expandedDisplayName(handler),
-            handler.version, formatHandlerType(handler),
+            handler.version, std::string(formatHandlerType(handler)),
             handler.path,    handler.clipath,
             handler.phpini,  handler.system ? "*" : "",
             handler.service, handler.poold};

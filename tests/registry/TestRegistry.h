@@ -1,19 +1,13 @@
-// What the registry's tests share: records, files in a directory of their own, and caught streams.
+// What the registry's tests share: records, registries and caught warnings.
 #pragma once
 
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
+#include <initializer_list>
 #include <iostream>
-#include <iterator>
 #include <ostream>
 #include <sstream>
-#include <stdexcept>
 #include <string>
-#include <string_view>
 
 #include "registry/HandlerRegistry.h"
-#include "registry/PhpHandler.h"
 
 namespace quelm {
 
@@ -33,16 +27,7 @@ inline void PrintTo(const PhpHandler& handler, std::ostream* stream) {
 namespace test {
 
 inline PhpHandler handlerWithId(const std::string& id) {
-    return {.id = id,
-            .displayname = "d",
-            .path = "p",
-            .clipath = "c",
-            .version = "v",
-            .phpini = "i",
-            .service = "",
-            .poold = "",
-            .type = PhpHandlerType::cgi,
-            .system = false};
+    return {id, "d", "p", "c", "v", "i", "", "", PhpHandlerType::cgi, false};
 }
 
 inline PhpHandler fpmHandler() {
@@ -66,52 +51,21 @@ inline HandlerRegistry registryOf(std::initializer_list<PhpHandler> handlers) {
     return registry;
 }
 
-inline std::string ids(const HandlerRegistry& registry) {
-    std::string text;
+inline HandlerRegistry registryWithIds(const std::string& ids) {
+    HandlerRegistry registry;
+    for (const char id : ids) {
+        registry.append(handlerWithId(std::string(1, id)));
+    }
+    return registry;
+}
+
+inline std::string idsOf(const HandlerRegistry& registry) {
+    std::string ids;
     for (const PhpHandler& handler : registry) {
-        text += handler.id + " ";
+        ids += handler.id;
     }
-    return text;
+    return ids;
 }
-
-inline std::string readFile(const std::filesystem::path& path) {
-    std::ifstream file(path, std::ios::binary);
-    if (!file) {
-        throw std::runtime_error("no such test file: " + path.string());
-    }
-    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
-}
-
-inline void writeFile(const std::filesystem::path& path, std::string_view text) {
-    std::ofstream file(path, std::ios::binary);
-    if (!file.write(text.data(), static_cast<std::streamsize>(text.size())).flush()) {
-        throw std::runtime_error("cannot write test file: " + path.string());
-    }
-}
-
-// A directory that goes away with its content.
-class ScratchDirectory {
-public:
-    ScratchDirectory() {
-        std::string name = (std::filesystem::temp_directory_path() / "registry-test-XXXXXX").string();
-        if (::mkdtemp(name.data()) == nullptr) {
-            throw std::runtime_error("no temporary directory");
-        }
-        path_ = name;
-    }
-    ScratchDirectory(const ScratchDirectory&) = delete;
-    ScratchDirectory& operator=(const ScratchDirectory&) = delete;
-    ~ScratchDirectory() {
-        std::error_code ignored;
-        std::filesystem::remove_all(path_, ignored);
-    }
-
-    std::filesystem::path path() const { return path_; }
-    std::string operator/(const char* name) const { return (path_ / name).string(); }
-
-private:
-    std::filesystem::path path_;
-};
 
 // Catches what is written to std::cerr while it lives.
 class CaughtErrors {

@@ -1,15 +1,19 @@
 #include "tests/support/Faults.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdarg>
-#include <cstdio>
-#include <string>
+#include <cstdlib>
+#include <fstream>
+#include <new>
 #include <utility>
 
+#include <curl/curl.h>
 #include <dirent.h>
+#include <fcntl.h>
 #include <grp.h>
-#include <poll.h>
+#include <openssl/sha.h>
 #include <pwd.h>
 #include <unistd.h>
 
@@ -19,14 +23,15 @@ namespace {
 
 struct Fault {
     bool armed = false;
-    bool once = false;
-    int passes = 0;
     int error = 0;
+    Which which;
+    pid_t process = 0;
     int calls = 0;
 };
 
 // Plain storage: malloc is among the calls.
 std::array<Fault, static_cast<std::size_t>(Call::count)> faults;
+std::array<std::function<void()>, static_cast<std::size_t>(Call::count)> watches;
 
 struct WaitAnswer {
     bool armed = false;
@@ -39,8 +44,15 @@ int tableSize = -1;
 int recordedStatus = -1;
 std::string addedEntry;
 std::string hiddenEntry;
-PollWatch pollWatch;
+SelectWatch selectWatch;
 std::vector<std::string> replacement;
+std::size_t longestTransfer = 0;
+std::string growth;
+std::vector<int> flagsOfOpens;
+std::size_t largest = 0;
+int nonBlockingError = 0;
+int newGrants = -1;
+int newFailures = -1;
 
 Fault& faultOf(Call call) {
     return faults[static_cast<std::size_t>(call)];
@@ -48,106 +60,137 @@ Fault& faultOf(Call call) {
 
 // True, with errno set, when this call is to fail.
 bool fails(Call call) {
+    if (auto& watch = watches[static_cast<std::size_t>(call)]) {
+        watch();
+    }
     Fault& fault = faultOf(call);
     ++fault.calls;
-    if (!fault.armed) {
+    if (!fault.armed || (fault.which.hereOnly && fault.process != ::getpid())) {
         return false;
     }
-    if (fault.passes > 0) {
-        --fault.passes;
+    if (fault.which.skip > 0) {
+        --fault.which.skip;
         return false;
     }
-    fault.armed = !fault.once;
+    fault.which.times -= fault.which.times > 0 ? 1 : 0;
+    fault.armed = fault.which.times != 0;
     errno = fault.error;
     return true;
 }
 
+std::size_t transferOf(std::size_t wanted) {
+    return longestTransfer != 0 ? std::min(wanted, longestTransfer) : wanted;
+}
+
 } // namespace
 
-void failCall(Call call, int error, int passFirst) {
-    faultOf(call) = {true, false, passFirst, error, 0};
+void failCall(Call call, int error, const Which& which) {
+    faultOf(call) = {true, error, which, ::getpid(), 0};
 }
-
-void failCallOnce(Call call, int error) {
-    faultOf(call) = {true, true, 0, error, 0};
-}
-
 void stopFailing(Call call) {
     faultOf(call).armed = false;
 }
-
 void countCalls(Call call) {
     faultOf(call) = {};
+    flagsOfOpens.clear();
+    largest = 0;
 }
-
 int callsOf(Call call) {
     return faultOf(call).calls;
 }
-
+void watchCall(Call call, std::function<void()> watch) {
+    watches[static_cast<std::size_t>(call)] = std::move(watch);
+}
+void watchSelect(SelectWatch watch) {
+    selectWatch = std::move(watch);
+}
+void limitTransfers(std::size_t longest) {
+    longestTransfer = longest;
+}
+void growBeforeRead(const std::string& bytes) {
+    growth = bytes;
+}
+const std::vector<int>& openFlags() {
+    return flagsOfOpens;
+}
+std::size_t largestRealloc() {
+    return largest;
+}
+void refuseNonBlockingOpen(int error) {
+    nonBlockingError = error;
+}
 void answerWaitpid(pid_t answer, int status) {
     waitAnswer = {true, answer, status};
 }
-
 void leaveErrnoAfterLookup(int error) {
     errnoAfterLookup = error;
 }
-
 void answerTableSize(int size) {
     tableSize = size;
 }
-
 void addDirectoryEntry(const std::string& name) {
     addedEntry = name;
 }
-
 void hideDirectoryEntry(const std::string& name) {
     hiddenEntry = name;
 }
-
-void watchPoll(PollWatch watch) {
-    pollWatch = std::move(watch);
-}
-
 void recordExecv(int status) {
     recordedStatus = status;
 }
-
 void replaceExecv(const std::vector<std::string>& command) {
     replacement = command;
+}
+LimitedNew::LimitedNew(int granted, int times) {
+    newGrants = granted;
+    newFailures = times;
+}
+LimitedNew::~LimitedNew() {
+    newGrants = -1;
 }
 
 extern "C" {
 
-int __real_chroot(const char* path);
-int __real_close_range(unsigned first, unsigned last, int flags);
+// A call that only ever fails as a whole.
+#define WRAPPED(result, name, parameters, arguments, failure)                                                \
+    result __real_##name parameters;                                                                         \
+    result __wrap_##name parameters;                                                                         \
+    result __wrap_##name parameters {                                                                        \
+        return fails(Call::name) ? (failure) : __real_##name arguments;                                      \
+    }
+
+WRAPPED(int, chroot, (const char* path), (path), -1)
+WRAPPED(int, close_range, (unsigned first, unsigned last, int flags), (first, last, flags), -1)
+WRAPPED(char*, curl_easy_escape, (CURL * handle, const char* text, int length), (handle, text, length),
+        nullptr)
+WRAPPED(char*, curl_easy_unescape, (CURL * handle, const char* text, int length, int* result),
+        (handle, text, length, result), nullptr)
+WRAPPED(pid_t, fork, (), (), -1)
+WRAPPED(group*, getgrgid, (gid_t gid), (gid), nullptr)
+WRAPPED(group*, getgrnam, (const char* name), (name), nullptr)
+WRAPPED(passwd*, getpwuid, (uid_t uid), (uid), nullptr)
+WRAPPED(int, initgroups, (const char* user, gid_t gid), (user, gid), -1)
+WRAPPED(int, kill, (pid_t process, int number), (process, number), -1)
+WRAPPED(void*, malloc, (std::size_t size), (size), nullptr)
+WRAPPED(DIR*, opendir, (const char* path), (path), nullptr)
+WRAPPED(int, pipe, (int* ends), (ends), -1)
+WRAPPED(int, setgid, (gid_t gid), (gid), -1)
+WRAPPED(int, setuid, (uid_t uid), (uid), -1)
+WRAPPED(int, SHA1_Final, (unsigned char* digest, SHA_CTX* context), (digest, context), 0)
+WRAPPED(int, SHA1_Init, (SHA_CTX * context), (context), 0)
+WRAPPED(int, SHA1_Update, (SHA_CTX * context, const void* data, std::size_t size), (context, data, size), 0)
+WRAPPED(char*, strdup, (const char* text), (text), nullptr)
+#undef WRAPPED
+
+// The descriptor is closed all the same.
+int __real_close(int descriptor);
+int __wrap_close(int descriptor);
+int __wrap_close(int descriptor) {
+    const int result = __real_close(descriptor);
+    return fails(Call::close) ? -1 : result;
+}
+
 int __real_execv(const char* path, char* const argv[]);
-int __real_fcntl(int descriptor, int command, ...);
-pid_t __real_fork();
-int __real_getdtablesize();
-group* __real_getgrgid(gid_t gid);
-group* __real_getgrnam(const char* name);
-passwd* __real_getpwnam(const char* name);
-passwd* __real_getpwuid(uid_t uid);
-int __real_initgroups(const char* user, gid_t gid);
-void* __real_malloc(std::size_t size);
-DIR* __real_opendir(const char* path);
-int __real_pipe(int* ends);
-int __real_poll(pollfd* descriptors, nfds_t count, int timeout);
-ssize_t __real_read(int descriptor, void* buffer, std::size_t size);
-dirent* __real_readdir(DIR* directory);
-void* __real_realloc(void* block, std::size_t size);
-int __real_setgid(gid_t gid);
-int __real_setuid(uid_t uid);
-pid_t __real_waitpid(pid_t pid, int* status, int options);
-
-int __wrap_chroot(const char* path) {
-    return fails(Call::chroot) ? -1 : __real_chroot(path);
-}
-
-int __wrap_close_range(unsigned first, unsigned last, int flags) {
-    return fails(Call::closeRange) ? -1 : __real_close_range(first, last, flags);
-}
-
+int __wrap_execv(const char* path, char* const argv[]);
 int __wrap_execv(const char* path, char* const argv[]) {
     if (!replacement.empty()) {
         std::vector<char*> arguments;
@@ -169,6 +212,8 @@ int __wrap_execv(const char* path, char* const argv[]) {
     ::_exit(recordedStatus);
 }
 
+int __real_fcntl(int descriptor, int command, ...);
+int __wrap_fcntl(int descriptor, int command, ...);
 int __wrap_fcntl(int descriptor, int command, ...) {
     va_list arguments;
     va_start(arguments, command);
@@ -177,22 +222,14 @@ int __wrap_fcntl(int descriptor, int command, ...) {
     return fails(Call::fcntl) ? -1 : __real_fcntl(descriptor, command, argument);
 }
 
-pid_t __wrap_fork() {
-    return fails(Call::fork) ? -1 : __real_fork();
-}
-
+int __real_getdtablesize();
+int __wrap_getdtablesize();
 int __wrap_getdtablesize() {
     return tableSize == -1 ? __real_getdtablesize() : tableSize;
 }
 
-group* __wrap_getgrgid(gid_t gid) {
-    return fails(Call::getgrgid) ? nullptr : __real_getgrgid(gid);
-}
-
-group* __wrap_getgrnam(const char* name) {
-    return fails(Call::getgrnam) ? nullptr : __real_getgrnam(name);
-}
-
+passwd* __real_getpwnam(const char* name);
+passwd* __wrap_getpwnam(const char* name);
 passwd* __wrap_getpwnam(const char* name) {
     if (fails(Call::getpwnam)) {
         return nullptr;
@@ -204,39 +241,29 @@ passwd* __wrap_getpwnam(const char* name) {
     return found;
 }
 
-passwd* __wrap_getpwuid(uid_t uid) {
-    return fails(Call::getpwuid) ? nullptr : __real_getpwuid(uid);
-}
-
-int __wrap_initgroups(const char* user, gid_t gid) {
-    return fails(Call::initgroups) ? -1 : __real_initgroups(user, gid);
-}
-
-void* __wrap_malloc(std::size_t size) {
-    return fails(Call::malloc) ? nullptr : __real_malloc(size);
-}
-
-DIR* __wrap_opendir(const char* path) {
-    return fails(Call::opendir) ? nullptr : __real_opendir(path);
-}
-
-int __wrap_pipe(int* ends) {
-    return fails(Call::pipe) ? -1 : __real_pipe(ends);
-}
-
-int __wrap_poll(pollfd* descriptors, nfds_t count, int timeout) {
-    if (pollWatch) {
-        if (const std::optional<int> answer = pollWatch(descriptors, count, timeout)) {
-            return *answer;
-        }
+int __real_open(const char* path, int flags, mode_t mode);
+int __wrap_open(const char* path, int flags, mode_t mode);
+int __wrap_open(const char* path, int flags, mode_t mode) {
+    flagsOfOpens.push_back(flags);
+    if (nonBlockingError != 0 && (flags & O_NONBLOCK) != 0) {
+        errno = nonBlockingError;
+        return -1;
     }
-    return fails(Call::poll) ? -1 : __real_poll(descriptors, count, timeout);
+    return fails(Call::open) ? -1 : __real_open(path, flags, mode);
 }
 
+ssize_t __real_read(int descriptor, void* buffer, std::size_t size);
+ssize_t __wrap_read(int descriptor, void* buffer, std::size_t size);
 ssize_t __wrap_read(int descriptor, void* buffer, std::size_t size) {
-    return fails(Call::read) ? -1 : __real_read(descriptor, buffer, size);
+    if (!growth.empty()) {
+        std::ofstream("/proc/self/fd/" + std::to_string(descriptor), std::ios::app)
+            << std::exchange(growth, "");
+    }
+    return fails(Call::read) ? -1 : __real_read(descriptor, buffer, transferOf(size));
 }
 
+dirent* __real_readdir(DIR* directory);
+dirent* __wrap_readdir(DIR* directory);
 dirent* __wrap_readdir(DIR* directory) {
     if (fails(Call::readdir)) {
         return nullptr;
@@ -255,18 +282,26 @@ dirent* __wrap_readdir(DIR* directory) {
     return entry;
 }
 
+void* __real_realloc(void* block, std::size_t size);
+void* __wrap_realloc(void* block, std::size_t size);
 void* __wrap_realloc(void* block, std::size_t size) {
+    largest = std::max(largest, size);
     return fails(Call::realloc) ? nullptr : __real_realloc(block, size);
 }
 
-int __wrap_setgid(gid_t gid) {
-    return fails(Call::setgid) ? -1 : __real_setgid(gid);
+int __real_select(int width, fd_set* reading, fd_set* writing, fd_set* others, timeval* timeout);
+int __wrap_select(int width, fd_set* reading, fd_set* writing, fd_set* others, timeval* timeout);
+int __wrap_select(int width, fd_set* reading, fd_set* writing, fd_set* others, timeval* timeout) {
+    if (selectWatch) {
+        if (const std::optional<int> answer = selectWatch(width, reading, writing, timeout)) {
+            return *answer;
+        }
+    }
+    return fails(Call::select) ? -1 : __real_select(width, reading, writing, others, timeout);
 }
 
-int __wrap_setuid(uid_t uid) {
-    return fails(Call::setuid) ? -1 : __real_setuid(uid);
-}
-
+pid_t __real_waitpid(pid_t pid, int* status, int options);
+pid_t __wrap_waitpid(pid_t pid, int* status, int options);
 pid_t __wrap_waitpid(pid_t pid, int* status, int options) {
     if (waitAnswer.armed) {
         waitAnswer.armed = false;
@@ -278,6 +313,41 @@ pid_t __wrap_waitpid(pid_t pid, int* status, int options) {
     return fails(Call::waitpid) ? -1 : __real_waitpid(pid, status, options);
 }
 
+ssize_t __real_write(int descriptor, const void* buffer, std::size_t size);
+ssize_t __wrap_write(int descriptor, const void* buffer, std::size_t size);
+ssize_t __wrap_write(int descriptor, const void* buffer, std::size_t size) {
+    return fails(Call::write) ? -1 : __real_write(descriptor, buffer, transferOf(size));
+}
+
 } // extern "C"
 
 } // namespace quelm::test
+
+void* operator new(std::size_t size) {
+    using namespace quelm::test;
+    if (newGrants == 0 && newFailures != 0) {
+        newFailures -= newFailures > 0 ? 1 : 0;
+        throw std::bad_alloc();
+    }
+    newGrants -= newGrants > 0 ? 1 : 0;
+    void* const block = std::malloc(size);
+    if (block == nullptr) {
+        throw std::bad_alloc();
+    }
+    return block;
+}
+void* operator new[](std::size_t size) {
+    return ::operator new(size);
+}
+void operator delete(void* block) noexcept {
+    std::free(block);
+}
+void operator delete[](void* block) noexcept {
+    std::free(block);
+}
+void operator delete[](void* block, std::size_t) noexcept {
+    std::free(block);
+}
+void operator delete(void* block, std::size_t) noexcept {
+    std::free(block);
+}

@@ -15,6 +15,8 @@ import tempfile
 
 import pytest
 
+# Where an instrumented program keeps its counters.
+PROFILES = os.path.dirname(os.environ.get("LLVM_PROFILE_FILE", "")) or None
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 sys.path.insert(0, str(ROOT / "tests/support"))
 
@@ -24,8 +26,6 @@ import private_host  # noqa: E402
 def pytest_addoption(parser):
     parser.addoption("--binary", default=str(ROOT / "build/release/tamrix"), help="the program under test")
     parser.addoption("--hosts", help="folder for the private hosts; those of failed tests stay there")
-    parser.addoption("--shared", help="folder that stays writable inside")
-    parser.addoption("--shard", default="1/1", help="N/M: only every M-th test, from the N-th on")
     parser.addoption("--rounds", type=int, default=3, help="how often changes at once are tried")
     parser.addoption("--seed", help="seed of the random sequences")
 
@@ -55,12 +55,6 @@ def pytest_terminal_summary(terminalreporter, config):
     terminalreporter.write_line(f"random sequences: repeat with --seed {config.getoption('--seed')}")
 
 
-def pytest_collection_modifyitems(config, items):
-    number, count = (int(part) for part in config.getoption("--shard").split("/"))
-    config.hook.pytest_deselected(items=[i for n, i in enumerate(items) if n % count != number - 1])
-    items[:] = items[number - 1 :: count]
-
-
 @pytest.hookimpl(hookwrapper=True)
 def pytest_runtest_makereport(item, call):
     outcome = yield
@@ -76,8 +70,7 @@ def host(request):
         os.makedirs(hosts, exist_ok=True)
     name = re.sub(r"[^A-Za-z0-9_]+", "-", request.node.name)[:60]
     folder = tempfile.mkdtemp(prefix=f"tamrix-{name}.", dir=hosts)
-    options = request.config.getoption
-    made = private_host.PrivateHost(folder, options("--binary"), options("--shared"))
+    made = private_host.PrivateHost(folder, request.config.getoption("--binary"), PROFILES)
     made.record_tools()
     yield made
     made.close()
@@ -94,7 +87,7 @@ def rounds(request):
 
 
 @pytest.fixture
-def no_counters(request):
-    """For tests whose limits the coverage counters would meet too: the limited process writes them at its end."""
-    if "/coverage/" in request.config.getoption("--binary"):
-        pytest.skip("coverage counters cannot be written under the limits of this test")
+def plain_binary():
+    """For tests whose limits hit what an instrumented program needs for itself."""
+    if PROFILES:
+        pytest.skip("sanitizers and counters need memory, descriptors and files of their own, which are limited here")

@@ -24,12 +24,6 @@ def furnished(host):
     return host
 
 
-@pytest.fixture
-def plain_binary(request):
-    if re.search("/(asan|coverage)/", request.config.getoption("--binary")):
-        pytest.skip("sanitizers and coverage counters need memory and descriptors of their own, which are limited here")
-
-
 def started_by(host, code):
     """Runs tamrix from a Python process that first does what `code` says."""
     script = (
@@ -171,9 +165,7 @@ def test_fifteen_hundred_inherited_descriptors_in_the_largest_table_of_this_mach
     play_with_fifteen_hundred_inherited_descriptors(furnished, hard)
 
 
-def test_without_proc_every_command_works_and_no_descriptor_leaks(furnished, request):
-    if "/asan/" in request.config.getoption("--binary"):
-        pytest.skip("the sanitizers read /proc themselves")
+def test_without_proc_every_command_works_and_no_descriptor_leaks(furnished, plain_binary):
     furnished.hook("20-hook", "for n in 3 4 5 6 7 8 9; do if (: >&$n) 2>/dev/null; then echo open $n; fi; done")
     script = 'exec bwrap --dev-bind / / --tmpfs /proc -- /bin/sh -c \'exec "$0" "$@" 5>/dev/null 7</dev/null\' "$@"'
     assert furnished.shell(script, *SIMPLE_ADD) == ok("x\n")
@@ -187,7 +179,7 @@ def test_without_proc_every_command_works_and_no_descriptor_leaks(furnished, req
     (SIMPLE_ADD, None), (ADD, None), (("--update", "--id", "x", "--path", CGI), None),
     (("--reread", "--no-set-dirty-flag"), document()), (("--remove", "--id", "x"), document(record("y")))],
     ids=["add", "add fpm", "update", "reread", "remove"])
-def test_a_user_who_may_start_no_process(furnished, words, saved, no_counters):
+def test_a_user_who_may_start_no_process(furnished, words, saved, plain_binary):
     """What needs a child fails; a reread then finds that no interpreter answers, that of the package included."""
     before = "" if words[0] == "--add" else document(record("x"), record("y"))
     furnished.registry = before

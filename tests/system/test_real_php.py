@@ -1,24 +1,23 @@
 """Debian's own PHP, through every command."""
 
 import os
-import pathlib
 import re
 import shutil
+import subprocess
 
 import pytest
 
+from debian_php import PHP, needed
 from private_host import PACKAGES, SCRIPT, TAMRIX, failed, ok
 from registry_text import document, record
 
-CGI, CLI, FPM = "/usr/bin/php-cgi8.2", "/usr/bin/php8.2", "/usr/sbin/php-fpm8.2"
-INI = "/etc/php/8.2/{}/php.ini"
-POOL = "/etc/php/8.2/fpm/pool.d"
-SERVICE = "php8.2-fpm"
+CGI, CLI, FPM = f"/usr/bin/php-cgi{PHP}", f"/usr/bin/php{PHP}", f"/usr/sbin/php-fpm{PHP}"
+INI = f"/etc/php/{PHP}/{{}}/php.ini"
+POOL = f"/etc/php/{PHP}/fpm/pool.d"
+SERVICE = f"php{PHP}-fpm"
 SIBLINGS = SCRIPT.with_name("siblings")
 
-pytestmark = pytest.mark.skipif(
-    not all(os.path.exists(path) for path in (CGI, CLI, FPM)),
-    reason="php8.2-cgi, php8.2-cli and php8.2-fpm are not installed")
+pytestmark = needed
 
 
 @pytest.fixture
@@ -32,10 +31,8 @@ def real_host(host):
 @pytest.fixture
 def version():
     """The version by Debian's packages, not by the binary's banner."""
-    (unit,) = pathlib.Path("/var/lib/dpkg/info").glob("php8.2-cgi.list")
-    assert unit.exists()
-    status = pathlib.Path("/var/lib/dpkg/status").read_text(encoding="utf-8")
-    return re.search(r"^Package: php8\.2-cgi\n(?:.+\n)*?Version: (?:\d+:)?([\d.]+)", status, re.MULTILINE)[1]
+    shown = subprocess.run(["dpkg-query", "-W", "-f=${Version}", f"php{PHP}-cgi"], capture_output=True, text=True)
+    return re.match(r"(?:\d+:)?([\d.]+)", shown.stdout)[1]
 
 
 def test_cgi_and_fastcgi_are_added_and_listed(real_host, version):
@@ -55,12 +52,12 @@ def test_fpm_is_added_when_its_unit_is_installed(real_host, version):
     words = ["--add", "--path", FPM, "--clipath", CLI, "--phpini", INI.format("fpm"), "--type", "fpm", "--poold", POOL]
     assert real_host.tamrix(*words, "--service", "php9.9-fpm") == failed("php9.9-fpm: service not found.\n")
     assert real_host.tamrix(*words, "--service", SERVICE + ".service") == failed(
-        "php8.2-fpm.service: service not found. Please retry without '.service' suffix.\n")
+        f"php{PHP}-fpm.service: service not found. Please retry without '.service' suffix.\n")
     assert real_host.tamrix(*words, "--service", SERVICE, "--id", "f") == ok("f\n")
     assert real_host.registry == document(
         record("f", path=FPM, clipath=CLI, phpini=INI.format("fpm"), version=version, type="fpm", service=SERVICE,
                poold=POOL))
-    assert real_host.read("/opt/ovt/var/service.limits") == "php8.2-fpm 8192\n"
+    assert real_host.read("/opt/ovt/var/service.limits") == f"php{PHP}-fpm 8192\n"
 
 
 def test_a_package_file_of_each_kind(real_host, version):
@@ -80,7 +77,7 @@ def test_a_package_file_of_each_kind(real_host, version):
     order = [entry.name[:-5] for entry in os.scandir(real_host.path(PACKAGES))]
     assert real_host.tamrix("--reread") == ok()
     assert real_host.registry == document(*(one for kind in order for one in expected[kind]))
-    assert real_host.read("/opt/ovt/var/service.limits") == "php8.2-fpm 8192\n"
+    assert real_host.read("/opt/ovt/var/service.limits") == f"php{PHP}-fpm 8192\n"
 
 
 def test_an_updated_path_and_a_removal(real_host, version):

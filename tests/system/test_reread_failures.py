@@ -20,13 +20,6 @@ def php_host(host):
     return host
 
 
-@pytest.fixture
-def plain_binary(request):
-    binary = request.config.getoption("--binary")
-    if "/asan/" in binary:
-        pytest.skip("the sanitizers' own memory map does not fit the limit")
-
-
 def test_an_error_of_the_file_system_costs_one_handler(php_host):
     os.symlink("loop", php_host.path("/opt/ovt/loop"))
     php_host.registry = document(record("a", clipath="/opt/ovt/loop"), record("b"))

@@ -6,11 +6,10 @@ import random
 import jsonschema
 import pytest
 
+from documents import documents
 from manual import ROOT
 from private_host import ok
 from registry_text import document, record
-
-CASES = ROOT / "tests/registry/cases"
 
 
 def schema(name):
@@ -143,11 +142,12 @@ LENIENT = {"name_ends_at_unicode_nul", "duplicate_with_bad_type_is_only_warned_a
 
 def accepted_cases():
     """The accepted documents that stricter parsers can read."""
-    for records in sorted(CASES.glob("*.records")):
-        try:
-            yield pytest.param(records.stem, json.loads(records.with_suffix(".json").read_bytes()), id=records.stem)
-        except ValueError:
-            pass
+    for case in (*documents("handlers.txt"), *documents("syntax.txt")):
+        if case.verdicts == ["accepted"]:
+            try:
+                yield pytest.param(case.name, json.loads(case.text.encode("latin-1")), id=case.name)
+            except ValueError:
+                pass
 
 
 @pytest.mark.parametrize("name, whole", accepted_cases())

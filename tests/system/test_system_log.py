@@ -46,7 +46,7 @@ def test_warnings_pass_the_threshold(logged):
 
 
 @pytest.mark.parametrize("signal", ['trap "" XFSZ; ', ""])
-def test_a_save_that_is_cut_short_is_told_and_the_command_goes_on(logged, signal, no_counters):
+def test_a_save_that_is_cut_short_is_told_and_the_command_goes_on(logged, signal, plain_binary):
     logged.registry = document(*(record(f"r{n}") for n in range(10)))
     result = logged.shell(signal + 'ulimit -f 1; exec "$@"', *ADD, "cgi")
     assert (result.status, result.out, result.err) == (0, "x\n", "")

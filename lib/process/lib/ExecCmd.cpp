@@ -6,13 +6,12 @@
 #include <boost/format.hpp>
 
 #include "lib/process/lib/ForkExecv.h"
-#include "lib/process/lib/ShellText.h"
 
 namespace quelm {
 
 namespace {
 
-// The place that a failure report names: part of its interface, wherever the code stands.
+// The place that a failure report names is part of its interface and does not follow the code.
 constexpr ThrowPoint reportPoint{"void quelm::ExecCmd::reportError() const", "lib/process/lib/ExecCmd", 76};
 
 std::string section(const char* label, const std::string& text) {
@@ -53,7 +52,7 @@ int ExecCmd::runNoThrow() noexcept {
     }
 }
 
-// errno is read as the run left it; nothing may stand between the two.
+// errno is read as the run left it: nothing may come between the two.
 int ExecCmd::execute() {
     executed_ = true;
     errno = 0;

@@ -1,11 +1,11 @@
-// A command with everything that it is run with and everything that came back.
+// A command: its arguments, environment, input and user, and the results of its run.
 #pragma once
 
 #include <map>
 #include <string>
 
 #include "lib/process/lib/CmdLine.h"
-#include "lib/process/lib/Exc.h"
+#include "lib/process/lib/Exceptions.h"
 
 namespace quelm {
 
@@ -53,7 +53,7 @@ public:
 
     // What the child reads; empty at first.
     void setStandardInput(const std::string& text) { standardInput_ = text; }
-    // Whom the child runs as; empty, the initial value, means the utility's own user.
+    // The user that the child runs as; empty, the initial value, means no switch.
     void setUser(const std::string& user) { user_ = user; }
     // Whether a switch of the user also changes to that user's home directory; true at first.
     void setChangeToHome(bool change) { changeToHome_ = change; }

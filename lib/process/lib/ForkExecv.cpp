@@ -1,4 +1,4 @@
-// errno is a result here: from the last read to the return nothing may set it or put an older value back.
+// errno is a result here: between the last read and the return nothing may set or restore it.
 #include "lib/process/lib/ForkExecv.h"
 
 #include <algorithm>
@@ -7,18 +7,16 @@
 #include <csignal>
 #include <cstring>
 #include <memory>
+#include <span>
 #include <string_view>
 #include <utility>
 
-#include <sys/select.h>
 #include <sys/wait.h>
 
-#include "cli/FatalMessage.h"
-#include "cli/ScopedSignal.h"
-#include "lib/process/lib/DescriptorSet.h"
-#include "lib/process/lib/Pipe.h"
-#include "lib/process/lib/SystemError.h"
-#include "lib/process/lib/WaitStatus.h"
+#include "base/FatalMessage.h"
+#include "base/ProcessState.h"
+#include "lib/process/lib/Exceptions.h"
+#include "lib/process/lib/PlainChild.h"
 
 namespace quelm {
 
@@ -31,7 +29,7 @@ struct Ends {
     UniqueFd error;
 
     bool anyOpen() const { return input.isOpen() || output.isOpen() || error.isOpen(); }
-    int width() const { return std::max({input.get(), output.get(), error.get()}) + 1; }
+    int highest() const { return std::max({input.get(), output.get(), error.get()}); }
 };
 
 struct Callbacks {
@@ -63,72 +61,45 @@ void setNonBlockingOrEnd(const Ends& ends) {
     }
 }
 
-// What select is asked for and what it answered.
-class Readiness {
-public:
-    explicit Readiness(int width) : width_(width), reading_(width), writing_(width) {}
-
-    void wait(const Ends& ends) {
-        do {
-            fill(ends);
-            if (::select(width_, reading_.data(), writing_.data(), nullptr, nullptr) != -1) {
-                return;
-            }
-        } while (errno == EINTR);
-        throwSystemError("forkExecvGetOutErr: select() failed", errno);
-    }
-    bool canRead(const UniqueFd& end) const { return end.isOpen() && reading_.has(end.get()); }
-    bool canWrite(const UniqueFd& end) const { return end.isOpen() && writing_.has(end.get()); }
-
-private:
-    void fill(const Ends& ends) {
-        reading_.clear();
-        writing_.clear();
-        for (const UniqueFd* end : {&ends.output, &ends.error}) {
-            if (end->isOpen()) {
-                reading_.add(end->get());
-            }
-        }
-        if (ends.input.isOpen()) {
-            writing_.add(ends.input.get());
-        }
-    }
-
-    int width_;
-    DescriptorSet reading_;
-    DescriptorSet writing_;
-};
-
 void closeIfFinished(UniqueFd& end, Transfer transfer) {
     if (transfer == Transfer::finished) {
         end.close();
     }
 }
 
-// Moves bytes until the child has closed its outputs and the input is used up or not wanted any more.
+void waitUntilReady(PipeSelector& selector, std::span<WaitedEnd> waited) {
+    while (selector.wait(waited, nullptr) == -1) {
+        if (errno != EINTR) {
+            throwSystemError("forkExecvGetOutErr: select() failed", errno);
+        }
+    }
+}
+
+// Moves bytes until the child has closed its outputs and the input is written or refused.
 void pump(Ends& ends, const Callbacks& callbacks, const Sizes& sizes) {
     const auto inputBytes = std::make_unique_for_overwrite<char[]>(sizes.input);
     const auto outputBytes = std::make_unique_for_overwrite<char[]>(sizes.output);
     const auto errorBytes = std::make_unique_for_overwrite<char[]>(sizes.error);
-    TransferBuffer input{inputBytes.get(), sizes.input};
-    const TransferBuffer output{outputBytes.get(), sizes.output};
-    const TransferBuffer error{errorBytes.get(), sizes.error};
-    Readiness ready(ends.width());
-    // A child that stops reading must show as EPIPE. Set after the fork, so that no child inherits it.
+    std::size_t pendingInput = 0;
+    using enum WaitedEnd::For;
+    std::array<WaitedEnd, 3> waited{{{ends.input, writing}, {ends.output, reading}, {ends.error, reading}}};
+    const auto& [input, output, error] = waited;
+    PipeSelector selector(ends.highest());
+    // A child that stops reading must cause EPIPE. Set after the fork, so that the child does not inherit it.
     const ScopedSignal ignored(SIGPIPE, SIG_IGN);
     while (ends.anyOpen()) {
-        ready.wait(ends);
-        if (ready.canWrite(ends.input)) {
-            closeIfFinished(ends.input,
-                            writeFromCallback(ends.input.get(), input, callbacks.source, callbacks.context));
+        waitUntilReady(selector, waited);
+        if (input.ready) {
+            closeIfFinished(ends.input, writeFromCallback(ends.input.get(), inputBytes.get(), sizes.input,
+                                                          pendingInput, callbacks.source, callbacks.context));
         }
-        if (ready.canRead(ends.output)) {
-            closeIfFinished(ends.output,
-                            readToCallback(ends.output.get(), output, callbacks.output, callbacks.context));
+        if (output.ready) {
+            closeIfFinished(ends.output, readToCallback(ends.output.get(), callbacks.output,
+                                                        callbacks.context, outputBytes.get(), sizes.output));
         }
-        if (ready.canRead(ends.error)) {
-            closeIfFinished(ends.error,
-                            readToCallback(ends.error.get(), error, callbacks.error, callbacks.context));
+        if (error.ready) {
+            closeIfFinished(ends.error, readToCallback(ends.error.get(), callbacks.error, callbacks.context,
+                                                       errorBytes.get(), sizes.error));
         }
     }
 }
@@ -142,7 +113,7 @@ int waitForChild(pid_t child) {
     return waited > 0 ? decodeWaitStatus(status).exitCode() : -1;
 }
 
-// What the string form keeps behind its callbacks.
+// The context of the string form's callbacks.
 struct StringRun {
     std::string_view remaining;
     std::string* output;

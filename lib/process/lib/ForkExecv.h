@@ -5,21 +5,21 @@
 #include <string>
 #include <vector>
 
-#include "lib/process/lib/ForkExecvPipes.h"
-#include "lib/process/lib/PipeTransfer.h"
+#include "lib/process/lib/Pipe.h"
+#include "lib/process/lib/StartAsUser.h"
 
 namespace quelm {
 
-// Runs `path` as described at forkExecvPipes and waits for its end. The source and the sinks may be null and
-// share `context`; the sizes are those of the transfer buffers and must not be 0.
+// Runs `path` as described at forkExecvPipes (StartAsUser.h) and waits for its end. The source and the sinks
+// may be null and share `context`; the sizes are those of the transfer buffers and must not be 0.
 //
 // Returns the exit status, or -1 when the child was killed by a signal or could not be waited for. errno is
-// not put back after a run: EAGAIN tells that the run waited for the child at least once.
+// not restored: EAGAIN means that the run had to wait for the child at least once.
 //
-// Throws SystemError, and what a callback throws; the child has then got a SIGTERM and has been waited for,
-// however long that took. A failure before there is a child (pipe, fcntl) ends the process through
-// fatal_message with status 1. SIGPIPE is ignored while the callbacks run and then as it was; SIGCHLD is put
-// to its default and stays there.
+// Throws SystemError, and what a callback throws; the child has then been sent SIGTERM and waited for,
+// without a time limit. A failure before there is a child (pipe, fcntl) ends the process through
+// fatal_message with status 1. SIGPIPE is ignored while the callbacks run and then restored; SIGCHLD is set
+// to its default for good.
 int forkExecvGetOutErr(SourceCallback source, SinkCallback output, SinkCallback error,
                        const std::string& path, const std::vector<char*>& arguments, const std::string& user,
                        bool changeToHome, const Environment& environment, void* context,

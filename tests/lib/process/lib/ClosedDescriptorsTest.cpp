@@ -9,14 +9,12 @@
 
 #include <gtest/gtest.h>
 
-#include "lib/process/lib/ArgVector.h"
-#include "lib/process/lib/ForkCapture.h"
-#include "lib/process/lib/ForkExecFd.h"
+#include "lib/process/lib/Capture.h"
+#include "lib/process/lib/CmdLine.h"
 #include "lib/process/lib/ForkExecv.h"
-#include "lib/process/lib/ForkPipes.h"
-#include "lib/process/lib/OutputBuffer.h"
-#include "lib/process/lib/PopenExec.h"
-#include "lib/process/lib/ToolRunner.h"
+#include "lib/process/lib/PlainChild.h"
+#include "lib/process/lib/panel/Runners.h"
+#include "lib/process/lib/panel/VariadicExec.h"
 #include "tests/support/ForkedResult.h"
 #include "tests/support/TempDir.h"
 

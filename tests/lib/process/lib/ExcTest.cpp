@@ -1,4 +1,4 @@
-#include "lib/process/lib/Exc.h"
+#include "lib/process/lib/Exceptions.h"
 
 #include <algorithm>
 #include <iostream>
@@ -7,7 +7,7 @@
 
 #include <gtest/gtest.h>
 
-#include "cli/Demangle.h"
+#include "base/Traceback.h"
 #include "cli/ErrorReport.h"
 #include "lib/process/lib/ExecCmd.h"
 #include "tests/support/InChild.h"

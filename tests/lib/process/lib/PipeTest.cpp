@@ -1,12 +1,18 @@
 #include "lib/process/lib/Pipe.h"
 
+#include <array>
 #include <cerrno>
+#include <csignal>
+#include <string>
+#include <vector>
 
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
+#include <gmock/gmock.h>
+
+#include "lib/process/lib/Exceptions.h"
 #include "tests/support/InChild.h"
 
 namespace {
@@ -87,6 +93,152 @@ TEST(Pipe, NonBlockingIsAddedToTheOtherFlags) {
 TEST(Pipe, NonBlockingOnAClosedDescriptorFailsWithTheReason) {
     EXPECT_FALSE(setNonBlocking(-1));
     EXPECT_EQ(errno, EBADF);
+}
+
+using quelm::readToCallback;
+using quelm::SystemError;
+using quelm::Transfer;
+using quelm::writeFromCallback;
+using testing::ElementsAre;
+
+class PipeTransfer : public testing::Test {
+protected:
+    PipeTransfer() {
+        std::signal(SIGPIPE, SIG_IGN);
+        quelm::setNonBlocking(pipe.readEnd.get());
+        quelm::setNonBlocking(pipe.writeEnd.get());
+    }
+    ~PipeTransfer() override { std::signal(SIGPIPE, SIG_DFL); }
+
+    Transfer read() {
+        return readToCallback(pipe.readEnd.get(), keepBlock, &blocks, buffer.data(), buffer.size());
+    }
+    Transfer write() {
+        return writeFromCallback(pipe.writeEnd.get(), buffer.data(), buffer.size(), pending, nextPiece,
+                                 &pieces);
+    }
+
+    static void keepBlock(const char* bytes, std::size_t count, void* context) {
+        static_cast<std::vector<std::string>*>(context)->emplace_back(bytes, count);
+    }
+    static std::size_t nextPiece(char* bytes, std::size_t capacity, void* context) {
+        auto& left = *static_cast<std::vector<std::string>*>(context);
+        if (left.empty()) {
+            return 0;
+        }
+        const std::size_t count = left.front().copy(bytes, capacity);
+        left.erase(left.begin());
+        return count;
+    }
+    void fillPipe() {
+        const std::string block(4096, 'f');
+        while (::write(pipe.writeEnd.get(), block.data(), block.size()) > 0) {
+        }
+    }
+    std::string drainPipe() {
+        std::string all;
+        std::array<char, 4096> block;
+        for (;;) {
+            const ssize_t count = ::read(pipe.readEnd.get(), block.data(), block.size());
+            if (count <= 0) {
+                return all;
+            }
+            all.append(block.data(), static_cast<std::size_t>(count));
+        }
+    }
+
+    Pipe pipe = std::move(*quelm::openPipe());
+    std::vector<char> buffer = std::vector<char>(8);
+    std::size_t pending = 0;
+    std::vector<std::string> blocks;
+    std::vector<std::string> pieces;
+};
+
+TEST_F(PipeTransfer, ReadsBlockByBlockUntilThePipeIsEmpty) {
+    ASSERT_EQ(::write(pipe.writeEnd.get(), "0123456789abc", 13), 13);
+    EXPECT_EQ(read(), Transfer::keepOpen);
+    EXPECT_EQ(errno, EAGAIN);
+    EXPECT_THAT(blocks, ElementsAre("01234567", "89abc"));
+}
+
+TEST_F(PipeTransfer, ReadingEndsAtEndOfFile) {
+    ASSERT_EQ(::write(pipe.writeEnd.get(), "end", 3), 3);
+    pipe.writeEnd.close();
+    EXPECT_EQ(read(), Transfer::finished);
+    EXPECT_THAT(blocks, ElementsAre("end"));
+}
+
+TEST_F(PipeTransfer, WithoutASinkTheDataIsDropped) {
+    ASSERT_EQ(::write(pipe.writeEnd.get(), "0123456789", 10), 10);
+    EXPECT_EQ(readToCallback(pipe.readEnd.get(), nullptr, nullptr, buffer.data(), buffer.size()),
+              Transfer::keepOpen);
+    EXPECT_EQ(drainPipe(), "");
+}
+
+TEST_F(PipeTransfer, ReadFailureIsThrown) {
+    try {
+        readToCallback(-1, nullptr, nullptr, buffer.data(), buffer.size());
+        FAIL();
+    } catch (const SystemError& failure) {
+        EXPECT_EQ(failure.message(), "readToCallback failed");
+        EXPECT_EQ(failure.code(), EBADF);
+    }
+}
+
+TEST_F(PipeTransfer, WritesPieceAfterPieceUntilTheSourceEnds) {
+    pieces = {"one ", "two ", "three"};
+    EXPECT_EQ(write(), Transfer::finished);
+    EXPECT_EQ(drainPipe(), "one two three");
+}
+
+TEST_F(PipeTransfer, ASourceThatGivesNothingAtAllFinishesAtOnce) {
+    EXPECT_EQ(write(), Transfer::finished);
+    EXPECT_EQ(writeFromCallback(pipe.writeEnd.get(), buffer.data(), buffer.size(), pending, nullptr, nullptr),
+              Transfer::finished);
+}
+
+TEST_F(PipeTransfer, AFullPipeLeavesThePieceForTheNextPass) {
+    fillPipe();
+    pieces = {"kept", "next"};
+    EXPECT_EQ(write(), Transfer::keepOpen);
+    EXPECT_EQ(pending, 4u);
+    EXPECT_THAT(pieces, ElementsAre("next"));
+    drainPipe();
+    EXPECT_EQ(write(), Transfer::finished);
+    EXPECT_EQ(drainPipe(), "keptnext");
+}
+
+// A write of more than PIPE_BUF bytes may be partial; one byte more than fits is so for sure.
+TEST_F(PipeTransfer, APartialWriteKeepsTheRestAtTheFront) {
+    const auto size = static_cast<std::size_t>(::fcntl(pipe.writeEnd.get(), F_GETPIPE_SZ));
+    std::string large(size + 3, 'a');
+    large.replace(size, 3, "xyz");
+    buffer.resize(size + 3);
+    pieces = {large};
+    EXPECT_EQ(write(), Transfer::keepOpen);
+    ASSERT_EQ(pending, 3u);
+    EXPECT_EQ(std::string(buffer.data(), 3), "xyz");
+    EXPECT_EQ(drainPipe(), std::string(size, 'a'));
+    EXPECT_EQ(write(), Transfer::finished);
+    EXPECT_EQ(drainPipe(), "xyz");
+}
+
+TEST_F(PipeTransfer, ThatNobodyReadsFinishesWithoutAnError) {
+    pipe.readEnd.close();
+    pieces = {"dropped", "never asked for"};
+    EXPECT_EQ(write(), Transfer::finished);
+    EXPECT_THAT(pieces, ElementsAre("never asked for"));
+}
+
+TEST_F(PipeTransfer, WriteFailureIsThrown) {
+    pieces = {"x"};
+    try {
+        writeFromCallback(-1, buffer.data(), buffer.size(), pending, nextPiece, &pieces);
+        FAIL();
+    } catch (const SystemError& failure) {
+        EXPECT_EQ(failure.message(), "writeFromCallback failed");
+        EXPECT_EQ(failure.code(), EBADF);
+    }
 }
 
 } // namespace

@@ -1,4 +1,4 @@
-#include "lib/process/lib/SwitchUser.h"
+#include "lib/process/lib/StartAsUser.h"
 
 #include <algorithm>
 #include <array>
@@ -15,7 +15,7 @@
 
 #include <gtest/gtest.h>
 
-#include "cli/FatalMessage.h"
+#include "base/FatalMessage.h"
 #include "tests/support/AsRoot.h"
 #include "tests/support/Faults.h"
 #include "tests/support/ForkedResult.h"

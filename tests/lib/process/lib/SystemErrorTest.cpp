@@ -1,11 +1,11 @@
-#include "lib/process/lib/SystemError.h"
+#include "lib/process/lib/Exceptions.h"
 
 #include <cerrno>
 #include <typeinfo>
 
 #include <gtest/gtest.h>
 
-#include "cli/Demangle.h"
+#include "base/Traceback.h"
 
 namespace {
 

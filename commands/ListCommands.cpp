@@ -1,0 +1,31 @@
+// --list and --list-json. They ignore their arguments.
+#include <cstdio>
+#include <iostream>
+
+#include "commands/Commands.h"
+#include "registry/RegistryFile.h"
+#include "registry/RegistryWriter.h"
+
+namespace quelm {
+
+namespace {
+
+// The listings are written in large pieces; stdio's buffer would only add a copy.
+std::ostream& unbufferedOutput() {
+    std::setvbuf(stdout, nullptr, _IONBF, 0);
+    return std::cout;
+}
+
+} // namespace
+
+int listCommand(int /*argc*/, char** /*argv*/) {
+    writeHandlerTable(RegistrySnapshot(registryPath).handlers(), unbufferedOutput());
+    return 0;
+}
+
+int listJsonCommand(int /*argc*/, char** /*argv*/) {
+    writeRegistryJson(RegistrySnapshot(registryPath).handlers(), unbufferedOutput(), false);
+    return 0;
+}
+
+} // namespace quelm

@@ -107,11 +107,3 @@ def test_a_background_process_of_the_service_tool_is_not_waited_for(php_host):
     before = time.monotonic()
     assert php_host.tamrix(*FPM, "s", timeout=30) == ok("x\n")
     assert 1 <= time.monotonic() - before < 15
-
-
-@pytest.mark.parametrize("tool", ["quotagate", "depotctl"])
-def test_a_background_process_of_another_tool_is_waited_for(php_host, tool):
-    php_host.recorder(f"{SBIN}/{tool}", "sleep 2.5 &\nexit 0")
-    before = time.monotonic()
-    assert php_host.tamrix(*FPM, "s", timeout=30) == ok("x\n")
-    assert time.monotonic() - before >= 2.5

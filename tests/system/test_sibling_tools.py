@@ -1,6 +1,5 @@
 """The sibling tools, seen through --add and --update."""
 
-import re
 import time
 
 import pytest
@@ -59,16 +58,6 @@ def test_a_service_that_is_not_found(php_host, name, hint, how):
     spoil_tool(php_host, "quelmrc", how)
     assert php_host.tamrix(*FPM, name) == failed(f"{name}: service not found.{hint}\n")
     assert php_host.registry is None
-
-
-def test_a_service_tool_killed_by_a_signal_is_reported_to_the_system_log(php_host):
-    php_host.open_log()
-    php_host.recorder(f"{SBIN}/quelmrc", "kill -9 $$")
-    assert php_host.tamrix(*FPM, "s") == failed("s: service not found.\n")
-    (message,) = php_host.log_messages()
-    assert re.fullmatch(
-        r"<12>.{15} tamrix\[\d+\]: waitpid\((\d+)\)=\1: process '/opt/ovt/admin/sbin/quelmrc' killed by signal 9",
-        message)
 
 
 @pytest.mark.parametrize("name", ["php-fpm", "php-fpm.service", "with blank", ""])

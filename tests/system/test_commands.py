@@ -95,7 +95,8 @@ def test_the_files_of_the_command(word):
 @pytest.mark.parametrize("word", WITH_OPTIONS)
 def test_every_command_with_options_is_fuzzed_and_completed(word):
     assert f'{{"{word[2:]}",' in text_of("fuzz/OptionParsing.cpp"), f"fuzz/OptionParsing.cpp does not parse {word}"
-    for file, taken in (("_tamrix", f"    {word}) _arguments"), ("tamrix.bash", f"[{word}]="), ("tamrix.fish", f" {word}")):
+    for file, taken in (
+            ("_tamrix", f"    {word}) _arguments"), ("tamrix.bash", f"[{word}]="), ("tamrix.fish", f" {word}")):
         assert taken in text_of(f"packaging/completion/{file}"), f"packaging/completion/{file} lacks options of {word}"
 
 

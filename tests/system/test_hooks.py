@@ -148,7 +148,8 @@ def test_the_time_stamp_is_local_time_of_the_script_s_end(php_host):
 
 @pytest.mark.parametrize("name,lay", [
     ("no folder", None), ("a FIFO", os.mkfifo), ("a folder", os.mkdir),
-    ("a link loop", lambda path: path.symlink_to(path.name)), ("a full device", lambda path: path.symlink_to("/dev/full")),
+    ("a link loop", lambda path: path.symlink_to(path.name)),
+    ("a full device", lambda path: path.symlink_to("/dev/full")),
     ("a dangling link", lambda path: path.symlink_to("/opt/ovt/no/such"))], ids=lambda value: str(value)[:15])
 def test_a_log_that_cannot_be_written_is_passed_over_in_silence(php_host, name, lay):
     path = php_host.path(HOOK_LOG)

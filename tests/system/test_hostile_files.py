@@ -211,8 +211,8 @@ def test_ten_thousand_files_in_the_package_folder(logged_host):
     lines = result.err.splitlines()
     assert (result.status, result.out, len(lines)) == (0, "", 1000)
     expected = [
-        f"Error reading handler from {PACKAGES}/broken{n}.conf: {PACKAGES}/broken{n}.conf(1): '=' character not found in"
-        " line" for n in range(900)]
+        f"Error reading handler from {PACKAGES}/broken{n}.conf: {PACKAGES}/broken{n}.conf(1): '=' character not found"
+        " in line" for n in range(900)]
     assert sorted(lines[:900]) == sorted(expected)
     expected = [
         f"[Warning] removing handler `n' (gone{n}) as corresponding /no/such doesn't exist" for n in range(100)]

@@ -63,7 +63,8 @@ RECORDS = {
         "cat; ulimit -f 0; trap '' TERM PIPE; umask 777; cd /; exec 3>&1; exit 255", "", "", 255),
     "prints binary output": ("printf 'a\\000b\\377'", "a\0b\udcff", "", 0),
     "prints much on both streams": (
-        "head -c 300000 /dev/zero | tr '\\0' e >&2\nhead -c 300000 /dev/zero | tr '\\0' o", "o" * 300000, "e" * 300000, 0),
+        "head -c 300000 /dev/zero | tr '\\0' e >&2\nhead -c 300000 /dev/zero | tr '\\0' o",
+        "o" * 300000, "e" * 300000, 0),
     **{f"ends itself by {signal}": (f"echo before; kill -{signal} $$; sleep 5", "before\n", "", -1)
        for signal in ("TERM", "KILL", "SEGV", "PIPE", "ABRT", "HUP", "USR1")}}
 

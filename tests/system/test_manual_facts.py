@@ -8,10 +8,9 @@ import pytest
 
 import manual
 from manual import ROOT
-from private_host import HOOK_LOG, PACKAGES, REGISTRY, failed, ok
-from registry_text import CGI, INI, document, package, record
+from private_host import HOOK_LOG, PACKAGES, REGISTRY, ok
+from registry_text import document, record
 
-ADD = ("--add", "--phpini", INI, "--type", "cgi", "--id", "x", "--path")
 PAGES = {page.name: page.read_text(encoding="utf-8") for page in manual.PAGES}
 DOCUMENTS = {path: path.read_text(encoding="utf-8") for path in [
     ROOT / "README.md", *manual.PAGES, *(ROOT / "docs").glob("*.md"), *(ROOT / "docs/schema").iterdir()]}
@@ -31,10 +30,9 @@ def test_the_synopsis_brackets_what_the_usage_brackets(host):
     assert manual.needed_options() == needed
 
 
-def test_the_short_word_for_help_is_in_the_manual(host):
+def test_the_short_word_for_help_is_in_the_manual():
     assert manual.synopsis()["--help"] == {"-h"}
     assert re.search(r"^\.Ss --help\n.*\n\.Fl h\n", PAGES["tamrix.8"], re.MULTILINE)
-    assert host.tamrix("-h") == host.tamrix("--help")
 
 
 @pytest.mark.parametrize("document, pattern", [
@@ -92,15 +90,6 @@ def test_the_bytes_that_get_a_backslash_are_those_of_the_manual(host):
     assert sorted(re.findall(r"\\(.)", shown)) == sorted([*told, " ", "\t"])
 
 
-def test_an_interpreter_without_a_slash_is_found_along_the_path(host):
-    path = {"PATH": "/opt/ovt/bin:/usr/bin:/bin"}
-    host.php("/opt/ovt/bin/my-php", "PHP 8.4.1 (cli)\n")
-    assert host.tamrix(*ADD, "my-php", env=path) == failed("Binary my-php doesn't exists\n")
-    host.write("/opt/ovt/other/my-php", "not asked")
-    assert host.shell('cd /opt/ovt/other && exec "$@"', *ADD, "my-php", env=path) == ok("x\n")
-    assert host.registry == document(record("x", path="my-php", version="8.4.1"))
-
-
 def test_the_zones_of_the_log_are_those_below_tzdir(host):
     host.registry = document(record("a"))
     host.hook("10-hook", "date +%z")
@@ -111,14 +100,3 @@ def test_the_zones_of_the_log_are_those_below_tzdir(host):
     after = host.run("/bin/date", "+%F %H", env={"TZ": "XXX-9"}).out.strip()
     assert host.read(HOOK_LOG)[1:14] in (before, after)
     assert "\nstdout: +0900\n" in host.hook_log
-
-
-def test_a_custom_handler_wins_over_a_file_and_stands_in_front(host):
-    host.php(CGI)
-    host.write(INI)
-    host.write(f"{PACKAGES}/x.conf", package(id="x"))
-    host.write(f"{PACKAGES}/y.conf", package(id="y", displayname="n"))
-    host.registry = document(record("y", displayname="n", system=True), record("x"))
-    assert host.tamrix("--reread") == ok(
-        err="Error adding handler from /etc/ovt/php_versions.d/x.conf: Handler with id = `x' already exists\n")
-    assert host.registry == document(record("x"), record("y", displayname="n", system=True))

@@ -102,6 +102,8 @@ def test_a_path_that_cannot_be_examined_is_the_file_system_s_own_error(host, pat
 def test_a_slashless_path_is_looked_up_in_the_path_but_must_exist_here(host):
     host.php("/opt/ovt/bin/php-x", "PHP 8.1\n")
     host.php("/opt/ovt/here/php-x", "PHP 9.1\n")
+    path = {"PATH": "/opt/ovt/bin:/usr/bin:/bin"}
+    assert host.tamrix(*ADD, "php-x", env=path) == failed("Binary php-x doesn't exists\n")
     script = 'cd /opt/ovt/here && PATH=/opt/ovt/bin:$PATH && exec "$@"'
     assert host.shell(script, *ADD, "php-x") == ok("x\n")
     assert host.registry == document(record("x", path="php-x", version="8.1"))

@@ -68,17 +68,17 @@ def test_the_service_of_the_changed_handler_is_reloaded(host, words, reloads):
     assert "Exit code: 0\n" in host.hook_log and "stderr: \n" in host.hook_log
 
 
-@pytest.mark.parametrize("script,breaking,code", [
-    ('PATH=/opt/ovt/bin "$@"', ":", 127),
-    ('PATH=/opt/ovt/bin:$PATH "$@"', "echo broken >/etc/ovt/php_versions.json", 5)],
+@pytest.mark.parametrize("script,breaking", [
+    ('PATH=/opt/ovt/bin "$@"', ":"),
+    ('PATH=/opt/ovt/bin:$PATH "$@"', "echo broken >/etc/ovt/php_versions.json")],
     ids=["no program to look it up", "no listing"])
-def test_a_service_that_cannot_be_looked_up_shows_in_the_log(host, script, breaking, code):
+def test_a_service_that_cannot_be_looked_up_shows_in_the_log(host, script, breaking):
     install(host, EXAMPLES / "php_configurator.d/20-reload-service", HOOKS)
     host.registry = document(record("f", **FPM))
     host.recorder("/opt/ovt/bin/systemctl")
     host.hook("10-break", breaking)
     assert host.shell(script, "--update", "--id", "f", "--displayname", "x") == ok()
-    assert host.hook_log.endswith(f"Exit code: {code}\n")
+    assert re.search(r"Exit code: [1-9]\d*\n$", host.hook_log)
     assert "systemctl" not in "".join(host.calls)
 
 

@@ -6,7 +6,7 @@ import re
 import pytest
 
 from commands import ADD, CLI_PROBE, COMMANDS, DIRTY, HOOK, PROBE
-from private_host import HOOKS, REGISTRY, SBIN, failed, fatal, fatal_file, ok
+from private_host import HOOKS, REGISTRY, SBIN, failed, fatal, ok
 from registry_text import CGI, CLI, INI, document, record
 
 # sha1 of "$version /opt/ovt/php/php-cgi /opt/ovt/php/php.ini cgi", and of the same with other names and types.
@@ -260,12 +260,3 @@ def test_an_unknown_service_is_refused_before_the_ulimit(php_host):
 
 def test_an_empty_id_is_an_unexpected_error(php_host):
     refused(php_host, [*PATH, *TYPE, "cgi", "--id", ""], fatal("std::runtime_error(Undefined php handler id)"), [PROBE])
-
-
-def test_without_the_hook_folder_the_record_is_saved_and_the_flag_not_set(php_host):
-    php_host.path(HOOKS).rmdir()
-    assert php_host.tamrix(*ADD) == fatal_file(
-        "directory iterator cannot open directory", "No such file or directory", f"{HOOKS}/", out="x\n")
-    assert php_host.registry == document(record("x"))
-    assert php_host.calls == [PROBE]
-    assert php_host.hook_log is None

@@ -186,3 +186,17 @@ def test_a_folder_of_scripts_that_may_not_be_read_ends_the_command_after_the_sav
     assert php_host.registry == document(record("x"))
     assert php_host.calls == [PROBE]
     assert php_host.hook_log is None
+
+
+@pytest.mark.parametrize("words,left,out", [
+    (ADD, document(record("a"), record("b"), record("x")), "x\n"),
+    (("--update", "--id", "a", "--displayname", "n"), document(record("a", displayname="n"), record("b")), ""),
+    (("--remove", "--id", "a"), document(record("b")), "")], ids=["add", "update", "remove"])
+def test_without_the_folder_the_change_is_saved_and_the_flag_not_set(php_host, words, left, out):
+    php_host.registry = document(record("a"), record("b"))
+    php_host.path(HOOKS).rmdir()
+    assert php_host.tamrix(*words) == fatal_file(
+        "directory iterator cannot open directory", "No such file or directory", f"{HOOKS}/", out)
+    assert php_host.registry == left
+    assert php_host.calls == ([PROBE] if words == ADD else [])
+    assert php_host.hook_log is None

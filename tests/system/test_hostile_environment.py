@@ -11,7 +11,7 @@ import pytest
 from commands import ADD, COMMANDS, DIRTY, WITH_OPTIONS, play
 from documents import report
 from private_host import HOOKS, TAMRIX, failed, ok
-from registry_text import CGI, INI, document, record
+from registry_text import CGI, document, record
 
 BARE_ADD = ADD[:-2]
 HUNDRED_KB = "x" * 100_000

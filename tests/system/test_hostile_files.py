@@ -14,7 +14,7 @@ import pytest
 
 from commands import ADD, ADDED, COMMANDS, DIRTY, HOOK, play
 from documents import report
-from private_host import HOOK_LOG, HOOKS, PACKAGES, REGISTRY, SBIN, TAMRIX, UNPRIVILEGED, failed, ok
+from private_host import HOOK_LOG, PACKAGES, REGISTRY, SBIN, TAMRIX, UNPRIVILEGED, failed, ok
 from registry_text import CGI, EMPTY_TABLE, INI, document, record
 
 FPM_ADD = COMMANDS["--add"].words

@@ -4,7 +4,6 @@ Expected: signals, closed descriptors and inherited ones make no difference. Wha
 reported with status 1. One limit makes the program abort: an address space that has room for the program and none for
 a report, and only before anything has been changed."""
 
-import re
 import resource
 
 import pytest

@@ -6,7 +6,7 @@ import socket
 import pytest
 
 from private_host import PACKAGES, UNPRIVILEGED, ok
-from registry_text import CGI, CLI, EMPTY, INI, document, package, record
+from registry_text import CGI, CLI, EMPTY, document, package, record
 
 FILE = f"{PACKAGES}/x.conf"
 READING = f"Error reading handler from {FILE}: "

@@ -3,7 +3,7 @@
 import pytest
 
 from commands import COMMANDS, DIRTY, HOOK
-from private_host import HOOKS, REGISTRY, failed, fatal_file, ok
+from private_host import REGISTRY, failed, ok
 from registry_text import CLI, EMPTY, document, record
 
 FIRST = record("first", path="/1", version="1.1", phpini="/i1", type="fastcgi")
@@ -69,6 +69,8 @@ def test_a_system_handler_is_refused_in_two_lines(full_host):
     (THREE, ["first"], document(SECOND, THIRD), f"second /2 {CLI} /i2 2.2 module", [DIRTY]),
     (THREE, ["second"], document(FIRST, THIRD), "third /3  /i3 3.3 fpm", [DIRTY]),
     (THREE, ["third"], document(FIRST, SECOND), "third /3  /i3 3.3 fpm", [DIRTY]),
+    # A built-in id whose flag is clear is an id like any other.
+    (document(record("cgi"), FIRST), ["cgi"], document(FIRST), "first /1  /i1 1.1 fastcgi", [DIRTY]),
     (document(FIRST), ["first"], EMPTY, "first /1  /i1 1.1 fastcgi", [DIRTY]),
     (THREE, ["third", "--no-set-dirty-flag"], document(FIRST, SECOND), "third /3  /i3 3.3 fpm", []),
     (THREE, ["second", "--help", "stray"], document(FIRST, THIRD), "third /3  /i3 3.3 fpm", [DIRTY])])
@@ -77,20 +79,3 @@ def test_what_is_left_and_what_the_hooks_are_told(full_host, before, words, left
     assert full_host.tamrix("--remove", "--id", *words) == ok()
     assert full_host.registry == full_host.read("/opt/ovt/seen") == left
     assert full_host.calls == [RUN, told, *flag]
-
-
-def test_the_log_record_bears_the_action_and_the_follower(full_host):
-    full_host.tamrix("--remove", "--id", "first")
-    assert full_host.hook_log == (
-        f"[TIME] Start: {HOOK} remove\n"
-        f"PHP_CLI = {CLI}\nPHP_ID = second\nPHP_INI = /i2\nPHP_PATH = /2\nPHP_TYPE = module\nPHP_VERSION = 2.2\n"
-        "stdout: \nstderr: \nExit code: 0\n")
-
-
-def test_without_the_hook_folder_the_removal_stays_and_the_flag_is_not_set(full_host):
-    full_host.remove(HOOK)
-    full_host.path(HOOKS).rmdir()
-    assert full_host.tamrix("--remove", "--id", "second") == fatal_file(
-        "directory iterator cannot open directory", "No such file or directory", f"{HOOKS}/")
-    assert full_host.registry == document(FIRST, THIRD)
-    assert full_host.calls == []

@@ -6,8 +6,8 @@ import os
 import pytest
 
 from commands import CLI_PROBE, COMMANDS, DIRTY, PROBE
-from private_host import PACKAGES, REGISTRY, SBIN, UNPRIVILEGED, failed, fatal, fatal_file, ok
-from registry_text import CGI, CLI, EMPTY, INI, document, package, record
+from private_host import PACKAGES, REGISTRY, SBIN, UNPRIVILEGED, fatal, fatal_file, ok
+from registry_text import CGI, CLI, EMPTY, document, package, record
 
 LOST = "[Warning] {ini} for handler `{name}' ({id}) is lost. Trying without php.ini.\n"
 GONE = "[Warning] removing handler `{name}' ({id}) as corresponding {path} doesn't exist\n"
@@ -213,13 +213,6 @@ def test_without_a_surviving_fpm_handler_no_ulimit_call_is_made(full_host):
     full_host.registry = document(record("a"), record("b", path="/gone", type="fpm", service="s"))
     full_host.tamrix("--reread")
     assert full_host.calls == [PROBE, DIRTY]
-
-
-def test_a_failing_dirty_flag_does_not_undo_the_save(full_host):
-    full_host.tool("depotctl", 1, "locked\n")
-    full_host.registry = document(record("a", version="1"))
-    assert full_host.tamrix("--reread") == failed("Failed to set depotctl dirty flag : locked\n\n")
-    assert full_host.registry == document(record("a"))
 
 
 @pytest.mark.parametrize("mode", [0, 0o300])

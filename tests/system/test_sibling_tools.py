@@ -40,6 +40,16 @@ def test_a_failing_dirty_flag_fails_after_the_save(php_host, how, err):
     assert php_host.registry == document(record("x"))
 
 
+@pytest.mark.parametrize("words,left", [
+    (("--update", "--id", "a", "--displayname", "n"), document(record("a", displayname="n"), record("b"))),
+    (("--remove", "--id", "a"), document(record("b"))), (("--reread",), document(record("a"), record("b")))])
+def test_a_failing_dirty_flag_undoes_no_change(php_host, words, left):
+    php_host.registry = document(record("a"), record("b"))
+    php_host.tool("depotctl", 1, "locked\n")
+    assert php_host.tamrix(*words) == failed("Failed to set depotctl dirty flag : locked\n\n")
+    assert php_host.registry == left
+
+
 @pytest.mark.parametrize("how,err", [
     (1, ""), (1, "no such service\n"), (1, "no newline"), ("killed", ""), ("missing", NO_PROGRAM)])
 def test_a_failing_ulimit_is_only_told(php_host, how, err):

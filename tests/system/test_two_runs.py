@@ -16,7 +16,7 @@ import json
 import pytest
 
 from commands import ADD
-from private_host import PACKAGES, REGISTRY, SBIN, TAMRIX, failed, ok
+from private_host import PACKAGES, REGISTRY, SBIN, TAMRIX
 from registry_text import CGI, INI, document, package, record
 
 AT_ONCE = 50
@@ -115,21 +115,3 @@ def test_with_a_lock_around_each_run_nothing_is_lost(busy_host):
     assert results == [[0, f"{id}\n", ""] for id in new]
     found = loaded(busy_host)
     assert found[:10] == old and set(found[10:]) == set(new)
-
-
-def test_a_short_document_over_a_longer_one_is_read_up_to_its_end(busy_host):
-    text = document(record("a"), record("b"))
-    busy_host.registry = text + document(*(record(f"r{n}") for n in range(5)))[len(text):]
-    assert busy_host.tamrix("--list-json") == ok(
-        document(record("a", displayname="8.1.2"), record("b", displayname="8.1.2")))
-    assert busy_host.tamrix("--remove", "--id", "a") == ok()
-    assert busy_host.registry == document(record("b"))
-
-
-def test_half_a_document_is_refused_and_left_alone(busy_host):
-    half = document(*(record(f"r{n}") for n in range(100)))[:4096]
-    busy_host.registry = half
-    for words in (add("x"), ("--remove", "--id", "r1"), ("--reread",), ("--list",)):
-        result = busy_host.tamrix(*words)
-        assert result == failed(result.err) and result.err.startswith(REFUSED)
-    assert busy_host.registry == half

@@ -3,7 +3,7 @@
 import pytest
 
 from commands import CLI_PROBE, COMMANDS, DIRTY, HOOK, PROBE
-from private_host import HOOKS, SBIN, failed, fatal, fatal_file, ok
+from private_host import SBIN, failed, fatal, ok
 from registry_text import CGI, CLI, INI, document, record
 
 UPDATE = ("--update", "--id", "a")
@@ -47,6 +47,7 @@ def full_host(php_host):
     ({}, ["--clipath", ""], {"version": "8.1.2"}, [PROBE, UPDATED, DIRTY]),
     ({"clipath": CLI}, ["--clipath", ""], {"version": "8.1.2"}, [PROBE, UPDATED, DIRTY]),
     ({"clipath": CLI}, ["--phpini", INI], {"clipath": CLI, "version": "8.1.2"}, [PROBE, CLI_PROBE, UPDATED, DIRTY]),
+    ({"type": "module"}, ["--phpini", INI], {"type": "module", "version": "8.1.2"}, [PROBE, UPDATED, DIRTY]),
     # Neither a probe nor a limit for a service.
     (FPM, ["--service", "new"], {**FPM, "service": "new"}, [CHECKED.format("new"), UPDATED, DIRTY]),
     (FPM, ["--poold", ""], {**FPM, "poold": ""}, [UPDATED, DIRTY]),
@@ -92,27 +93,11 @@ def test_service_and_pool_directory_of_the_file_survive_a_switch_to_fpm(full_hos
     assert full_host.registry == document(record("a", type="fpm"))
 
 
-def test_the_log_record_bears_the_action_and_the_changed_handler(full_host):
-    full_host.tamrix(*UPDATE, "--path", NEW, "--type", "fastcgi")
-    assert full_host.hook_log == (
-        f"[TIME] Start: {HOOK} update\nPHP_CLI = \nPHP_ID = a\nPHP_INI = {INI}\nPHP_PATH = {NEW}\nPHP_TYPE = fastcgi\n"
-        "PHP_VERSION = 9.1\nstdout: \nstderr: \nExit code: 0\n")
-
-
-def test_the_last_of_many_is_updated_in_place(full_host):
+def test_the_last_of_many_is_updated_in_place_whatever_its_id(full_host):
     records = [record(f"h{n}") for n in range(40)]
-    full_host.registry = document(*records)
-    assert full_host.tamrix("--update", "--id", "h39", "--path", NEW) == ok()
-    assert full_host.registry == document(*records[:39], record("h39", path=NEW, version="9.1"))
-
-
-def test_without_a_hook_folder_an_update_is_saved_and_the_flag_not_set(full_host):
-    full_host.remove(HOOK)
-    full_host.path(HOOKS).rmdir()
-    assert full_host.tamrix(*UPDATE, "--displayname", "n") == fatal_file(
-        "directory iterator cannot open directory", "No such file or directory", f"{HOOKS}/")
-    assert full_host.registry == stored(displayname="n")
-    assert full_host.calls == []
+    full_host.registry = document(*records, record("fastcgi"))
+    assert full_host.tamrix("--update", "--id", "fastcgi", "--path", NEW) == ok()
+    assert full_host.registry == document(*records, record("fastcgi", path=NEW, version="9.1"))
 
 
 # What --update refuses. Nothing is changed then.

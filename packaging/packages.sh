@@ -11,7 +11,7 @@ test_packages=(cppcheck clang-format fish jq logrotate mandoc python3-jsonschema
     shellcheck strace zsh)
 full_packages=(ansible-core clang clang-tidy cpio debootstrap dpkg-dev file libclang-rt-dev lintian llvm rpm rpmlint
     valgrind)
-bench_packages=(jq libsimdjson-dev rapidjson-dev)
+bench_packages=(gnuplot-nox jq libsimdjson-dev rapidjson-dev)
 
 # What runs as root. Services of the new packages are neither started nor left enabled: Debian's answer "do not start
 # services" is laid down unless there is one, and links that enable a service go again when they are new.

@@ -134,7 +134,7 @@ TEST(RegistryWriter, AFailedStreamIsNoExceptionAndItsSettingsDoNotMatter) {
     std::ostringstream stream;
     stream.width(100);
     stream.fill('*');
-    writeRegistryJson({}, stream, listing);
+    writeRegistryJson(HandlerRegistry(), stream, listing);
     EXPECT_EQ(stream.str(), "{\"php\":[\n]}\n");
     stream.setstate(std::ios::badbit);
     EXPECT_NO_THROW(writeRegistryJson(registryOf({handlerWithId("a")}), stream, listing));

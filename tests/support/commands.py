@@ -73,6 +73,38 @@ COMMANDS = {command.word: command for command in (
             "  --help                show help\n" + SWITCH))}
 WITH_OPTIONS = [word for word, command in COMMANDS.items() if command.description]
 
+USAGE = (
+    "Usage: tamrix <COMMAND> <COMMAND OPTIONS...>\n"
+    "\t--add [--displayname=<name>] --path=<path to php-cgi> [--clipath=<path to php-cli>]"
+    " --phpini=<path to php.ini> --type=<cgi|fastcgi|fpm> [--id=<handler id>]"
+    " [--service=name] [--poold=path]\n"
+    "\t\tregister new php handler\n"
+    "\t--remove --id=<handler id>\n"
+    "\t\tremove existing handler\n"
+    "\t--update --id=<handler id> [--displayname=<name>] [--path=<path to php-cgi>]"
+    " [--clipath=<path to php-cli>] [--phpini=<path to php.ini>] [--type=<cgi|fastcgi|fpm>]"
+    " [--service=name] [--poold=path]\n"
+    "\t\tupdate existing handler\n"
+    "\t--list-json\n"
+    "\t\tlist handlers in json format\n"
+    "\t--list\n"
+    "\t\tlist handlers in human readable format\n"
+    "\t--reread\n"
+    "\t\treread handlers info\n"
+    "\t--help\n"
+    "\t\tshow this help\n"
+    "\n"
+    "\tCommands <add|remove|update> run scripts from /etc/ovt/php_configurator.d/"
+    " with argument <add|remove|update>\n"
+    "\t\tEnvironment variables available in scripts:\n"
+    "\t\t$PHP_ID - handler id\n"
+    "\t\t$PHP_PATH - path to php-cgi\n"
+    "\t\t$PHP_INI - path to php.ini\n"
+    "\t\t$PHP_CLI - path to php-cli\n"
+    "\t\t$PHP_VERSION - version of php\n"
+    "\t\t$PHP_TYPE - type of handler <module|cgi|fastcgi|fpm>\n"
+)
+
 
 def furnish(host):
     """Lays what the commands need; for a host that has the recording tools."""

@@ -115,5 +115,5 @@ def test_no_variable_stays_in_the_shell(desk, shell):
         shells.complete(desk, shell, line)
         left = shells.variables(desk)
         assert "PATH" in left
-        assert not left & {"line", "quoted", "kept", "command", "option", "fields", "word", "words", "previous", "typed",
-                           "given", "n", "ids", "dirty", "expl"}
+        assert not left & {"line", "quoted", "kept", "command", "option", "fields", "word", "words", "previous",
+                           "typed", "given", "n", "ids", "dirty", "expl"}

@@ -86,7 +86,8 @@ def test_a_service_that_cannot_be_looked_up_shows_in_the_log(host, script, break
     (["--update", "--id=--odd %s id", "--displayname", "x"],
      "update: --odd %s id, PHP 8.1.2 (cgi) at /opt/ovt/php/php-cgi"),
     # Without another handler, whichever the hooks are told of.
-    (["--remove", "--id", "a"], "remove: a handler is gone"), (["--remove", "--id", "last"], "remove: a handler is gone")])
+    (["--remove", "--id", "a"], "remove: a handler is gone"),
+    (["--remove", "--id", "last"], "remove: a handler is gone")])
 def test_the_change_is_sent_to_the_system_log(host, words, message):
     install(host, EXAMPLES / "php_configurator.d/30-tell-syslog", HOOKS)
     host.registry = document(record("a"), record("--odd %s id"), record("last"))

@@ -168,6 +168,7 @@ def test_a_registry_that_cannot_be_read_is_lost_by_a_change_that_may_write(logge
     logged_host.registry = document(record("a"))
     logged_host.path(REGISTRY).chmod(0o200)
     assert logged_host.shell(UNPRIVILEGED, *ADD) == ok("x\n")
+    logged_host.path(REGISTRY).chmod(0o600)
     assert logged_host.registry == document(record("x"))
 
 
@@ -175,6 +176,7 @@ def test_a_registry_that_cannot_be_read_or_written_stays(logged_host):
     logged_host.registry = document(record("a"))
     logged_host.path(REGISTRY).chmod(0)
     assert logged_host.shell(UNPRIVILEGED, *ADD) == ok("x\n")
+    logged_host.path(REGISTRY).chmod(0o600)
     assert logged_host.registry == document(record("a"))
     assert logged(logged_host) == [f"Unable to {what} {REGISTRY}: Permission denied" for what in ("read", "open")]
 

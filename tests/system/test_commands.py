@@ -60,8 +60,15 @@ def test_every_command_is_told_of_in(file):
 def test_the_files_of_the_command(word):
     file = COMMANDS[word].tested_in if word in COMMANDS else f"tests/system/test_{word[2:]}.py"
     assert f'"{word}"' in text_of(file), f"{file} does not test {word}"
+    source = f"commands/{camel(word)[0].upper()}{camel(word)[1:]}Command.cpp"
     sources = "".join(path.read_text(encoding="utf-8") for path in (ROOT / "commands").glob("*Command*.cpp"))
-    assert f"int {camel(word)}Command(" in sources, f"no commands/*Command.cpp defines {camel(word)}Command"
+    assert f"int {camel(word)}Command(" in sources, f"neither {source} nor another file defines {camel(word)}Command"
+
+
+def test_every_source_of_commands_is_built():
+    listed = re.findall(r"[\w.]+", text_of("commands/CMakeLists.txt"))
+    unlisted = {path.name for path in (ROOT / "commands").glob("*.cpp")} - set(listed)
+    assert not unlisted, f"commands/CMakeLists.txt does not list {unlisted}"
 
 
 @pytest.mark.parametrize("word", WITH_OPTIONS)

@@ -6,11 +6,10 @@ import os
 import re
 
 from fault_plan import call_of
-from private_host import HOOKS, PACKAGES, REGISTRY
+from commands import HOOK
+from private_host import PACKAGES, REGISTRY, SBIN
 from registry_text import CGI, CLI, document
 
-ADMIN = "/opt/ovt/admin/sbin"
-HOOK = f"{HOOKS}/10-hook"
 
 # What standard error says when such a call ends the command.
 MESSAGES = {"pipe": "pipe() failed", "pipe2": "pipe() failed", "clone": "fork() failed", "clone3": "fork() failed",
@@ -102,11 +101,12 @@ def not_started(reference, fault, number):
     rereading = reference.command.words[0] == "--reread"
     stopped = []
     for program in dict.fromkeys(reference.programs):
-        # The service check leaves standard input alone; without a handler nobody's limit is set.
-        if (program == f"{ADMIN}/quelmrc" and number > 2) or (program == f"{ADMIN}/quotagate" and rereading):
+        # The service check leaves standard input alone; --reread drops a handler whose php-cgi fails, and without one
+        # sets nobody's limit.
+        if (program == f"{SBIN}/quelmrc" and number > 2) or (program in (CLI, f"{SBIN}/quotagate") and rereading):
             continue
         stopped.append(program)
-        if program == f"{ADMIN}/quelmrc" or (program in (CGI, CLI) and not rereading):
+        if program == f"{SBIN}/quelmrc" or (program in (CGI, CLI) and not rereading):
             break
     return stopped
 
@@ -119,9 +119,9 @@ def says_not_started(program, fault, outcome):
         return f"\nstderr: {reason}" in outcome.hooks and outcome.hooks.endswith("\nExit code: 1\n")
     return {
         CGI: f"can not get version from {CGI}\n", CLI: f"can not get version from {CLI}\n",
-        f"{ADMIN}/quelmrc": ": service not found.\n",
-        f"{ADMIN}/quotagate": f"[Error] Failed to set default ulimit: {reason}",
-        f"{ADMIN}/depotctl": f"Failed to set depotctl dirty flag : {reason}"}[program] in outcome.err
+        f"{SBIN}/quelmrc": ": service not found.\n",
+        f"{SBIN}/quotagate": f"[Error] Failed to set default ulimit: {reason}",
+        f"{SBIN}/depotctl": f"Failed to set depotctl dirty flag : {reason}"}[program] in outcome.err
 
 
 def broken_in_children(reference, fault, number, outcome, injected):

@@ -1,13 +1,14 @@
 """Which calls are failed with which errors, and what each command does when none fails."""
 
 import collections
-import dataclasses
+import functools
+import operator
 import re
 
 import commands
 from commands import ADD, ADDED
 from private_host import REGISTRY
-from registry_text import EMPTY, document
+from registry_text import EMPTY, document, record
 
 # The errors that each call is made to give.
 ERRORS = {
@@ -30,28 +31,30 @@ NEVER = {"rt_sigaction", "rt_sigprocmask", "munmap", "mprotect", "getpid", "gett
          "exit_group", "set_robust_list", "prlimit64", "futex", "getrandom", "umask", "close", "getuid", "brk"}
 
 
-@dataclasses.dataclass
-class Command:
-    """A call, and the registry before it; None where a folder is in the file's place."""
+# A call, and the registry before it; None where a folder is in the file's place.
+Command = collections.namedtuple("Command", "name words before")
+# One series: N goes up from the first until nothing is injected any more.
+Fault = collections.namedtuple("Fault", "command where call error first path", defaults=("",))
+OTHER = record("other", displayname="n")
 
-    name: str
-    words: tuple
-    before: str = EMPTY
+
+def beside_another(registry):
+    """The registry with one more record in front."""
+    return registry.replace('{"php":[', f'{{"php":[{OTHER},') if registry else document(OTHER)
 
 
 def every_command():
     """Each with the registry that the one before it left."""
     before = ""
     for word, command in commands.COMMANDS.items():
-        yield Command(word, command.words, before)
+        yield Command(word, command.words, beside_another(before))
         before = command.registry
 
 
 COMMANDS = [
-    Command("--help", ("--help",)), *every_command(),
-    Command("--add, no file possible", ADD, None),
-    Command("--update of a service", ("--update", "--id", "x", "--service", "t", "--displayname", "m"), document(ADDED)),
-]
+    Command("--help", ("--help",), EMPTY), *every_command(), Command("--add, no file possible", ADD, None),
+    Command("--update of a service", ("--update", "--id", "x", "--service", "t", "--displayname", "m"),
+            beside_another(document(ADDED)))]
 
 
 def call_of(line):
@@ -68,7 +71,7 @@ class Reference:
         self.clean = runner.run(command, "--trace=all")
         assert self.clean.status == 0, (command.name, self.clean)
         self.after = self.clean.registry
-        self.after_none = runner.run(dataclasses.replace(command, before=command.before and ""), "--trace=all").registry
+        self.after_none = runner.run(command._replace(before=command.before and ""), "--trace=all").registry
         calls = [call_of(line) for line in self.clean.trace]
         main = next(n for n, line in enumerate(self.clean.trace) if "F_GETFD" in line)
         self.before_main = collections.Counter(filter(None, calls[:main]))
@@ -78,36 +81,21 @@ class Reference:
         self.programs = [found for line in of_children for found in re.findall(r'execve\("([^"]*)"', line)]
         per_child = collections.defaultdict(collections.Counter)
         for line in of_children:
-            if call_of(line) not in (None, "execve"):
-                per_child[line.split()[0]][call_of(line)] += 1
-        self.child = collections.Counter()
-        for counts in per_child.values():
-            self.child |= counts
+            per_child[line.split()[0]][call_of(line)] += 1
+        self.child = functools.reduce(operator.or_, per_child.values(), collections.Counter())
+        for call in (None, "execve"):
+            self.child.pop(call, None)
 
     def unknown(self):
         return {call for call in [*self.own, *self.child] if call not in ERRORS and call not in NEVER}
 
 
-@dataclasses.dataclass(frozen=True)
-class Fault:
-    """One series: N goes up until nothing is injected any more."""
-
-    command: int
-    where: str
-    call: str
-    error: str
-    first: int
-    path: str = ""
-
-    def tracing(self, number):
-        words = [f"--trace={self.call},clone,clone3,wait4", f"--inject={self.call}:error={self.error}:when={number}"]
-        if self.where == "child":
-            words = ["-f", "--detach-on=execve", *words]
-        elif self.where == "exec":
-            words = ["-f", "-P", self.path, f"--trace={self.call}", words[1]]
-        elif self.path:
-            words = ["-P", self.path, f"--trace={self.call}", words[1]]
-        return words
+def tracing(fault, number):
+    inject = f"--inject={fault.call}:error={fault.error}:when={number}"
+    if fault.path:
+        return [*(["-f"] if fault.where == "exec" else []), "-P", fault.path, f"--trace={fault.call}", inject]
+    children = ["-f", "--detach-on=execve"] if fault.where == "child" else []
+    return [*children, f"--trace={fault.call},clone,clone3,wait4", inject]
 
 
 def faults_of(index, reference):

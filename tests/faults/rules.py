@@ -57,22 +57,19 @@ def registry_class(reference, outcome):
 
 def records_of(text):
     """The records of a written document by id."""
-    return {re.search(r'^\t"id":"(.*)",$', text, re.MULTILINE).group(1): text
-            for text in re.findall(r"\n\{\n(?:\t.*\n)*\}", text)}
+    return {re.search(r'"id":"(.*)",$', one, re.MULTILINE)[1]: one for one in re.findall(r"\n\{\n(?:\t.*\n)*\}", text)}
 
 
 def pruned(reference, outcome):
     """Whether handlers are missing, a warning names each, and the others are as after a run without a fault."""
-    wanted, found = records_of(reference.after), records_of(outcome.registry)
+    wanted = records_of(reference.after)
+    missing = wanted.keys() - records_of(outcome.registry).keys()
     # The package's handlers are not there at all when its file could not be read, or, silently, when nobody can tell
     # whether it is one.
     unread = "handler from " in outcome.err or any(
         call_of(line) == "newfstatat" and f"{PACKAGES}/" in line for line in failed_lines(outcome))
-    excused = {"p", "p-dedicated"} if unread else set()
-    missing = wanted.keys() - found.keys()
-    kept = [record for id, record in wanted.items() if id not in missing]
-    return bool(missing) and outcome.registry == document(*kept) and all(
-        id in excused or f"({id}) " in outcome.err for id in missing)
+    return (bool(missing) and outcome.registry == document(*(wanted[id] for id in wanted if id not in missing))
+            and all(unread and id in ("p", "p-dedicated") or f"({id}) " in outcome.err for id in missing))
 
 
 def as_without_fault(reference, outcome):
@@ -84,9 +81,8 @@ def unnoticed(reference, outcome, injected):
     """Whether an interrupted call has changed nothing, or no more than one of the two exceptions may."""
     if any(map(STANDARD_STREAM.match, injected)):
         return outcome.status == 0 and outcome.registry == reference.after
-    if any("read(" in line for line in injected) and outcome.err == CHECK_GIVEN_UP:
-        outcome = outcome._replace(err="")
-    return as_without_fault(reference, outcome)
+    given_up = any("read(" in line for line in injected) and outcome.err == CHECK_GIVEN_UP
+    return as_without_fault(reference, outcome._replace(err="") if given_up else outcome)
 
 
 def not_started(reference, fault, number):
@@ -126,8 +122,7 @@ def broken_in_children(reference, fault, number, outcome, injected):
     for program in stopped:
         if not says_not_started(program, fault, outcome):
             yield f"does not say that {program} could not be started"
-    children_alone = len(injected) == len(failed_lines(outcome))
-    if not stopped and children_alone and not as_without_fault(reference, outcome):
+    if not stopped and len(injected) == len(failed_lines(outcome)) and not as_without_fault(reference, outcome):
         yield "a child that can go on does not"
 
 

@@ -7,6 +7,7 @@ import dataclasses
 import os
 import pathlib
 import re
+import shlex
 import socket
 import subprocess
 
@@ -19,8 +20,6 @@ HOOKS = "/etc/ovt/php_configurator.d"
 HOOK_LOG = "/var/log/quelm/php_handler_configurators.log"
 CALLS = "/opt/ovt/calls"
 TIME_STAMP = re.compile(r"^\[\d{4}-\d\d-\d\d \d\d-\d\d-\d\d\.\d{3}\] Start: ", re.MULTILINE)
-
-
 # For PrivateHost.shell: tamrix without root's right to read and enter everything.
 UNPRIVILEGED = (
     'if [ "$(id -u)" = 0 ]; then set -- setpriv --bounding-set -dac_override,-dac_read_search "$@"; fi\n'
@@ -33,10 +32,6 @@ def text(data):
 
 def data(value):
     return value if isinstance(value, bytes) else value.encode("utf-8", "surrogateescape")
-
-
-def quoted(word):
-    return "'" + word.replace("'", "'\\''") + "'"
 
 
 @dataclasses.dataclass
@@ -124,12 +119,12 @@ class PrivateHost:
 
     def php(self, inside, banner="PHP 8.1.2 (cgi-fcgi) (built: Jan  1 2024 00:00:00)\n", status=0, err=""):
         """An interpreter that prints `banner` for -v and ends with `status`."""
-        return self.recorder(inside, f"printf %s {quoted(banner)}\nprintf %s {quoted(err)} >&2\nexit {status}")
+        body = f"printf %s {shlex.quote(banner)}\nprintf %s {shlex.quote(err)} >&2\nexit {status}"
+        return self.recorder(inside, body)
 
     def tool(self, name, status=0, err="", out=""):
         """A sibling tool that only records its call."""
-        body = f"printf %s {quoted(out)}\nprintf %s {quoted(err)} >&2\nexit {status}"
-        return self.recorder(f"{SBIN}/{name}", body)
+        return self.php(f"{SBIN}/{name}", out, status, err)
 
     def record_tools(self):
         for name in ("depotctl", "quotagate", "quelmrc"):

@@ -12,7 +12,8 @@
 namespace quelm {
 
 // `registry` is HandlerViews or a HandlerRegistry, of which one view at a time is made. Both functions throw
-// std::runtime_error for a record whose type is none of the four, and leave a stream that fails to the caller.
+// std::runtime_error for a record whose type is none of the four, and leave a stream that fails to the
+// caller.
 
 // Writes the document, for storage with percent-encoded display names, else with expanded ones. A long one is
 // written in pieces of about 64 KiB. Throws std::runtime_error when a display name cannot be encoded.

@@ -59,6 +59,9 @@ def fatal_file(doing, reason, path, out=""):
 
 
 class PrivateHost:
+    # The words before the program's, for a program of another architecture.
+    emulator = ()
+
     def __init__(self, folder, binary, shared=None):
         self.folder = pathlib.Path(folder)
         command = [SCRIPT, "create", folder, binary] + ([shared] if shared else [])
@@ -143,11 +146,11 @@ class PrivateHost:
         return Result(done.returncode, text(done.stdout), text(done.stderr))
 
     def tamrix(self, *words, **how):
-        return self.run(TAMRIX, *words, **how)
+        return self.run(*self.emulator, TAMRIX, *words, **how)
 
     def shell(self, script, *words, **how):
         """Runs a shell script whose "$@" is tamrix with the given words."""
-        return self.run("/bin/sh", "-c", script, "sh", TAMRIX, *words, **how)
+        return self.run("/bin/sh", "-c", script, "sh", *self.emulator, TAMRIX, *words, **how)
 
     def started_by(self, code, *words):
         """Runs tamrix from a Python process that first does what `code` says."""

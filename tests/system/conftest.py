@@ -28,6 +28,7 @@ from registry_text import CGI, CLI, INI  # noqa: E402
 
 def pytest_addoption(parser):
     parser.addoption("--binary", default=str(ROOT / "build/release/tamrix"), help="the program under test")
+    parser.addoption("--emulator", default="", help="what runs a program of another architecture")
     parser.addoption("--hosts", help="folder for the private hosts; those of failed tests stay there")
     parser.addoption("--rounds", type=int, default=3, help="how often changes at once are tried")
     parser.addoption("--seed", help="seed of the random sequences")
@@ -74,6 +75,7 @@ def host(request):
     name = re.sub(r"[^A-Za-z0-9_]+", "-", request.node.name)[:60]
     folder = tempfile.mkdtemp(prefix=f"tamrix-{name}.", dir=hosts)
     made = private_host.PrivateHost(folder, request.config.getoption("--binary"), PROFILES)
+    made.emulator = request.config.getoption("--emulator").split()
     made.record_tools()
     yield made
     made.close()

@@ -11,21 +11,14 @@ from private_host import REGISTRY
 from registry_text import EMPTY, document, record
 
 # The errors that each call is made to give.
-ERRORS = {
-    "mmap": ("ENOMEM",), "mremap": ("ENOMEM",),
-    "openat": ("EMFILE", "ENOMEM", "EIO", "EINTR", "ENOSPC"),
-    "read": ("EINTR", "EAGAIN", "EIO", "ENOMEM"),
-    "write": ("EINTR", "EAGAIN", "EIO", "ENOSPC", "EPIPE"),
-    "pipe": ("EMFILE",), "pipe2": ("EMFILE", "ENOMEM"), "fcntl": ("EINTR", "EMFILE", "EIO"),
-    "clone": ("EAGAIN", "ENOMEM"), "clone3": ("EAGAIN", "ENOMEM"),
-    "select": ("EINTR", "ENOMEM", "EIO"), "pselect6": ("EINTR", "ENOMEM", "EIO"),
-    "poll": ("EINTR", "ENOMEM"), "wait4": ("EINTR", "ECHILD", "EIO"),
-    "newfstatat": ("EIO", "ENOMEM", "EINTR"), "fstat": ("EIO", "ENOMEM"), "getdents64": ("EIO", "ENOMEM", "EINTR"),
-    "lseek": ("EIO",), "dup2": ("EINTR", "EMFILE", "EIO"), "execve": ("EAGAIN", "ENOMEM", "EIO", "EMFILE"),
-    "socket": ("EMFILE", "ENOMEM"), "connect": ("EAGAIN", "EINTR"), "sendto": ("EAGAIN", "ENOMEM", "EPIPE"),
-    "setuid": ("EAGAIN",), "setgid": ("EAGAIN",), "chdir": ("EIO",), "close_range": ("ENOMEM", "EIO"),
-    "sysinfo": ("EIO",), "readlink": ("EIO",), "access": ("EIO",),
-}
+ERRORS = {call: errors.split() for calls, errors in (
+    ("mmap mremap", "ENOMEM"), ("openat", "EMFILE ENOMEM EIO EINTR ENOSPC"), ("read", "EINTR EAGAIN EIO ENOMEM"),
+    ("write", "EINTR EAGAIN EIO ENOSPC EPIPE"), ("pipe", "EMFILE"), ("pipe2 socket", "EMFILE ENOMEM"),
+    ("fcntl dup2", "EINTR EMFILE EIO"), ("clone clone3", "EAGAIN ENOMEM"), ("poll", "EINTR ENOMEM"),
+    ("select pselect6 newfstatat getdents64", "EINTR ENOMEM EIO"), ("wait4", "EINTR ECHILD EIO"),
+    ("fstat close_range", "EIO ENOMEM"), ("lseek chdir sysinfo readlink access", "EIO"), ("setuid setgid", "EAGAIN"),
+    ("execve", "EAGAIN ENOMEM EIO EMFILE"), ("connect", "EAGAIN EINTR"), ("sendto", "EAGAIN ENOMEM EPIPE"),
+) for call in calls.split()}
 # Calls that cannot fail when they are made as they are here; close is tried apart.
 NEVER = {"rt_sigaction", "rt_sigprocmask", "munmap", "mprotect", "getpid", "gettid", "gettimeofday", "clock_gettime",
          "exit_group", "set_robust_list", "prlimit64", "futex", "getrandom", "umask", "close", "getuid", "brk"}

@@ -32,7 +32,7 @@ def test_exactly_these_programs_are_started_and_no_process_beside_them(php_host,
     php_host.hook("10-hook")
     php_host.hook("20-not-executable", mode=0o644)
     php_host.registry = STORED
-    result, trace = php_host.traced(["-f", "-e", "trace=execve,clone,clone3,fork,vfork"], *words)
+    result, trace = php_host.traced(["-f", "-e", "trace=execve,clone,?clone3,?fork,?vfork"], *words)
     assert result.status == 0, result
     # A call that another process's interrupts stands on two lines, the second one without the path.
     started = re.findall(r'execve\("([^"]*)"', trace)
@@ -52,8 +52,10 @@ def test_a_listing_of_a_usual_registry_is_one_write(host, word):
 
 
 def test_children_start_with_default_signals_and_an_empty_mask(php_host):
-    php_host.hook("10-hook", "grep -e ^SigIgn -e ^SigBlk /proc/self/status")
-    php_host.recorder(TOOL["quelmrc"], "grep -e ^SigIgn -e ^SigBlk /proc/self/status >>/opt/ovt/calls")
+    # No shell: dash would clear the mask itself.
+    show = '#!/usr/bin/awk -f\nBEGIN {{ while ((getline < "/proc/self/status") > 0) if (/^Sig(Ign|Blk)/) print{} }}\n'
+    php_host.write(HOOK, show.format(""), 0o755)
+    php_host.write(TOOL["quelmrc"], show.format(' >>"/opt/ovt/calls"'), 0o755)
     code = (
         "signal.signal(signal.SIGPIPE, signal.SIG_IGN); signal.signal(signal.SIGCHLD, signal.SIG_IGN)\n"
         "for number in (signal.SIGINT, signal.SIGQUIT, signal.SIGXFSZ): signal.signal(number, signal.SIG_DFL)\n"
@@ -61,7 +63,7 @@ def test_children_start_with_default_signals_and_an_empty_mask(php_host):
     assert php_host.started_by(code, *FPM) == ok("x\n")
     seen = "SigBlk:\t0000000000000000\nSigIgn:\t0000000000000000\n"
     assert f"stdout: {seen}\n" in php_host.hook_log
-    assert seen.splitlines() == php_host.calls[3:5]
+    assert seen.splitlines() == php_host.calls[2:4]
 
 
 @pytest.mark.parametrize("closing", ["<&-", ">&-", "2>&-", "<&- >&-", "<&- 2>&-", ">&- 2>&-", "<&- >&- 2>&-"])

@@ -163,6 +163,16 @@ TEST_F(Options, AWordThatWouldKeepTheLibraryBusyForEverIsRefusedAsItStands) {
                 "option '--no-set-dirty-flag' does not take any arguments");
 }
 
+// One byte less than 16 MiB is left to the library, which drops the placeholder's letters.
+TEST_F(Options, AMessageOf16MebibytesIsNotLeftToTheLibrary) {
+    const std::string before = "unrecognised option '";
+    const std::string word = "--" + std::string((1 << 24) - before.size() - 12, 'x') + "%prefix%";
+    EXPECT_EQ(run({word}), 1);
+    EXPECT_TRUE(error_.starts_with("[Error] " + before + word.substr(0, word.size() - 8) + "--'\n\nSample"));
+    EXPECT_EQ(run({word + "x"}), 1);
+    EXPECT_TRUE(error_.starts_with("[Error] " + before + word + "x'\n\nSample"));
+}
+
 TEST_F(Options, ALibraryPlaceholderIsAnOrdinaryValue) {
     EXPECT_EQ(run({"--id", "--%canonical_option%", "--path=%prefix%", "--phpini", "x"}), 0);
     EXPECT_EQ(options_.text("id"), "--%canonical_option%");

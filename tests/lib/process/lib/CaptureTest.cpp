@@ -4,8 +4,10 @@
 #include <cerrno>
 #include <chrono>
 #include <csignal>
+#include <cstdlib>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <fcntl.h>
@@ -191,6 +193,24 @@ TEST(ForkCapture, CollectsBothStreamsAndTheStatus) {
     EXPECT_EQ(done.result, 7);
     EXPECT_STREQ(done.output.get(), "out\n");
     EXPECT_STREQ(done.error.get(), "err\n");
+}
+
+// A caller may release what it finds there when the run ends the process.
+TEST(ForkCapture, BothTextsAreNullUntilTheRunEnds) {
+    char stale = 'x';
+    char* output = &stale;
+    char* error = &stale;
+    std::vector<bool> nulls;
+    watchCall(Call::fork, [&] { nulls = {output == nullptr, error == nullptr}; });
+    const ArgVector arguments{"true"};
+    fork_execv_getouterr(&output, &error, "/bin/true", arguments.data());
+    EXPECT_EQ(nulls, (std::vector<bool>{true, true}));
+    std::free(std::exchange(output, &stale));
+    std::free(error);
+    fork_execv_getout(&output, "/bin/true", arguments.data());
+    EXPECT_TRUE(nulls[0]);
+    std::free(output);
+    watchCall(Call::fork, {});
 }
 
 TEST(ForkCapture, NothingPrintedGivesEmptyTexts) {

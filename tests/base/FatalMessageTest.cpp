@@ -11,8 +11,8 @@
 
 #include <gtest/gtest.h>
 
+#include "tests/support/Captured.h"
 #include "tests/support/Faults.h"
-#include "tests/support/InChild.h"
 
 namespace {
 
@@ -21,10 +21,9 @@ using quelm::markForkedChild;
 using quelm::setProgramPath;
 using quelm::test::Call;
 using quelm::test::ChildOutcome;
-using quelm::test::countCalls;
+using quelm::test::conditions;
 using quelm::test::failCall;
 using quelm::test::inChild;
-using quelm::test::largestRealloc;
 
 ChildOutcome say(int status, int systemError, const std::string& text) {
     return inChild([&] {
@@ -74,9 +73,9 @@ TEST(FatalMessage, StatusZeroReturnsWithErrnoAsItWas) {
 TEST(FatalMessage, ATextOf4095BytesFitsTheFirstBuffer) {
     const std::string text(4095, 'x');
     const ChildOutcome outcome = inChild([&] {
-        countCalls(Call::realloc);
+        conditions().largestRealloc = 0;
         fatal_message(0, 0, "%s", text.c_str());
-        std::exit(largestRealloc() == 4096 ? 0 : 1);
+        std::exit(conditions().largestRealloc == 4096 ? 0 : 1);
     });
     EXPECT_EQ(outcome.error, text + "\n");
     EXPECT_EQ(outcome.exitStatus(), 0);
@@ -86,9 +85,9 @@ TEST(FatalMessage, ALongerTextGrowsTheBufferToTheExactSize) {
     for (const std::size_t length : {std::size_t{4096}, std::size_t{5000}, std::size_t{300000}}) {
         const std::string text(length, 'x');
         const ChildOutcome outcome = inChild([&] {
-            countCalls(Call::realloc);
+            conditions().largestRealloc = 0;
             fatal_message(0, 0, "%s", text.c_str());
-            std::exit(largestRealloc() == length + 1 ? 0 : 1);
+            std::exit(conditions().largestRealloc == length + 1 ? 0 : 1);
         });
         EXPECT_EQ(outcome.error, text + "\n");
         EXPECT_EQ(outcome.output, text + "\n");

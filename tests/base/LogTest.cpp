@@ -12,7 +12,7 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/support/InChild.h"
+#include "tests/support/Captured.h"
 
 namespace {
 

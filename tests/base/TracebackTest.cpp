@@ -6,7 +6,7 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/support/FlushedText.h"
+#include "tests/support/Captured.h"
 
 using quelm::demangle;
 using quelm::readableFrame;

@@ -5,8 +5,7 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/support/FlushedText.h"
-#include "tests/support/InChild.h"
+#include "tests/support/Captured.h"
 
 namespace {
 

@@ -7,8 +7,7 @@
 
 #include "base/QuelmUtilException.h"
 #include "base/Traceback.h"
-#include "tests/support/FlushedText.h"
-#include "tests/support/InChild.h"
+#include "tests/support/Captured.h"
 
 namespace {
 

@@ -6,7 +6,7 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/support/InChild.h"
+#include "tests/support/Captured.h"
 #include "tests/support/TempDir.h"
 
 namespace {

@@ -13,8 +13,7 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/support/CapturedStreams.h"
-#include "tests/support/InChild.h"
+#include "tests/support/Captured.h"
 #include "tests/support/TempDir.h"
 
 namespace {

@@ -14,8 +14,8 @@
 
 #include <gtest/gtest.h>
 
+#include "tests/support/Captured.h"
 #include "tests/support/Faults.h"
-#include "tests/support/ForkedResult.h"
 #include "tests/support/TempDir.h"
 
 namespace {
@@ -91,7 +91,7 @@ TEST(HookScripts, AMissingDirectoryThrowsTheFileSystemsError) {
 TEST(HookScripts, ADirectoryThatMayNotBeReadThrowsTheFileSystemsError) {
     const TempDir directory;
     fs::permissions(directory.path(), fs::perms::none);
-    const quelm::test::ChildOutcome outcome = quelm::test::runForked([&directory] {
+    const quelm::test::ChildOutcome outcome = quelm::test::inChild([&directory] {
         if (::geteuid() == 0 && ::setuid(65534) != 0) {
             return 1;
         }

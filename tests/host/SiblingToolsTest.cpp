@@ -10,10 +10,8 @@
 
 #include "base/QuelmUtilException.h"
 #include "lib/process/lib/Exceptions.h"
-#include "tests/support/CapturedStreams.h"
+#include "tests/support/Captured.h"
 #include "tests/support/Faults.h"
-#include "tests/support/ForkedResult.h"
-#include "tests/support/InChild.h"
 #include "tests/support/TempDir.h"
 
 namespace {
@@ -129,7 +127,7 @@ TEST_F(SiblingTools, ASystemErrorLeavesTheDirtyFlagAndTheUlimitUnchanged) {
 // Its primitive throws nothing: it ends the process, and no "service not found" is told.
 TEST_F(SiblingTools, ASystemErrorLeavesTheServiceCheckUnchanged) {
     install("quelmrc");
-    const quelm::test::ChildOutcome outcome = quelm::test::runForked([this] {
+    const quelm::test::ChildOutcome outcome = quelm::test::inChild([this] {
         quelm::test::failCall(quelm::test::Call::fork, EAGAIN);
         quelm::checkServiceExists("s", root_.path());
         return 2;

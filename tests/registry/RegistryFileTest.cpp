@@ -17,8 +17,8 @@
 #include "base/QuelmUtilException.h"
 #include "registry/RegistryWriter.h"
 #include "tests/registry/TestRegistry.h"
+#include "tests/support/Captured.h"
 #include "tests/support/Faults.h"
-#include "tests/support/InChild.h"
 #include "tests/support/TempDir.h"
 
 namespace quelm {
@@ -39,8 +39,8 @@ class RegistryFile : public testing::Test {
 protected:
     RegistryFile() { log_init("stderr", LOG_INFO, LOG_USER, 0, nullptr); }
     ~RegistryFile() override {
-        test::limitTransfers(0);
-        test::refuseNonBlockingOpen(0);
+        test::conditions().longestTransfer = 0;
+        test::conditions().nonBlockingOpenError = 0;
         log_init("none", LOG_INFO, LOG_USER, 0, nullptr);
     }
 
@@ -134,18 +134,21 @@ TEST_F(RegistryFile, OneThatHidesItsSizeIsReadToItsEnd) {
 
 TEST_F(RegistryFile, OneThatGrowsWhileItIsOpenIsReadToItsNewEnd) {
     directory_.write("registry.json", document.substr(0, 20));
-    test::growBeforeRead(document.substr(20));
+    test::watchCall(Call::read, [&] {
+        directory_.write("registry.json", document);
+        test::watchCall(Call::read, {});
+    });
     EXPECT_EQ(loaded(), "a");
 }
 
 TEST_F(RegistryFile, ShortAndInterruptedReadsAddUp) {
-    test::limitTransfers(7);
+    test::conditions().longestTransfer = 7;
     const FailedCall interrupted(Call::read, EINTR, {.skip = 1, .times = 2});
     EXPECT_EQ(loaded(), "a");
 }
 
 TEST_F(RegistryFile, AReadThatFailsAfterAPartMakesTheRegistryEmpty) {
-    test::limitTransfers(10);
+    test::conditions().longestTransfer = 10;
     const FailedCall failing(Call::read, EIO, {.skip = 1});
     EXPECT_EQ(loaded(), "");
     EXPECT_EQ(logged_, "Unable to read " + path_ + ": Input/output error\n");
@@ -153,20 +156,20 @@ TEST_F(RegistryFile, AReadThatFailsAfterAPartMakesTheRegistryEmpty) {
 
 // No child inherits the file, no terminal in its place becomes ours, no FIFO holds us up.
 TEST_F(RegistryFile, IsOpenedForThisProcessAlone) {
-    test::countCalls(Call::open);
+    test::conditions().openFlags.clear();
     EXPECT_EQ(loaded(), "a");
-    EXPECT_EQ(test::openFlags(), std::vector<int>{O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK});
-    test::countCalls(Call::open);
+    EXPECT_EQ(test::conditions().openFlags, std::vector<int>{O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK});
+    test::conditions().openFlags.clear();
     EXPECT_EQ(saved(), "");
-    EXPECT_EQ(test::openFlags(),
+    EXPECT_EQ(test::conditions().openFlags,
               std::vector<int>{O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOCTTY | O_NONBLOCK});
 }
 
 TEST_F(RegistryFile, ALeaseOnTheFileIsWaitedFor) {
-    test::countCalls(Call::open);
-    test::refuseNonBlockingOpen(EWOULDBLOCK);
+    test::conditions().openFlags.clear();
+    test::conditions().nonBlockingOpenError = EWOULDBLOCK;
     EXPECT_EQ(loaded(), "a");
-    EXPECT_EQ(test::openFlags().back(), O_RDONLY | O_CLOEXEC | O_NOCTTY);
+    EXPECT_EQ(test::conditions().openFlags.back(), O_RDONLY | O_CLOEXEC | O_NOCTTY);
     directory_.write("registry.json", "old");
     EXPECT_EQ(saved(), "");
     EXPECT_EQ(test::readFile(path_), document);
@@ -299,10 +302,10 @@ TEST_F(RegistryFile, AFailedSaveIsLoggedAndSilent) {
 }
 
 TEST_F(RegistryFile, ShortAndInterruptedWritesGoOn) {
-    test::limitTransfers(7);
+    test::conditions().longestTransfer = 7;
     const FailedCall interrupted(Call::write, EINTR, {.skip = 1, .times = 2});
     EXPECT_EQ(saved(), "");
-    test::limitTransfers(0);
+    test::conditions().longestTransfer = 0;
     EXPECT_EQ(test::readFile(path_), document);
 }
 

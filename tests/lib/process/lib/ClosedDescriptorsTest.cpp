@@ -1,6 +1,5 @@
 // Every way of starting a program, from a process that has some of its standard descriptors closed. What the
 // child shares with the utility stays closed in it; no pipe of ours may take the place.
-#include <array>
 #include <string>
 
 #include <fcntl.h>
@@ -15,14 +14,13 @@
 #include "lib/process/lib/PlainChild.h"
 #include "lib/process/lib/panel/Runners.h"
 #include "lib/process/lib/panel/VariadicExec.h"
-#include "tests/support/ForkedResult.h"
+#include "tests/support/Captured.h"
+#include "tests/support/ProcessState.h"
 #include "tests/support/TempDir.h"
 
 namespace quelm::test {
 
 namespace {
-
-constexpr int good = 42;
 
 // Prints on both streams and ends with 8 plus the sum of 1, 2 and 4 for an open descriptor 0, 1 and 2.
 constexpr const char* script = "echo out; echo err >&2; s=8\n"
@@ -42,15 +40,10 @@ protected:
     // it is given those of `given`.
     template <class Body>
     void expectGood(int given, const Body& body) {
-        const ChildOutcome outcome = runForked([given, &body] {
-            for (int descriptor = 0; descriptor < 3; ++descriptor) {
-                if ((GetParam() & (1 << descriptor)) != 0) {
-                    ::close(descriptor);
-                }
-            }
+        EXPECT_TRUE(holdsInChild([given, &body] {
+            closeStandard(GetParam());
             return body(8 + (~GetParam() & 7) + (GetParam() & given));
-        });
-        EXPECT_EQ(outcome.exitStatus(), good) << outcome.output << outcome.error;
+        }));
     }
 
     const ArgVector arguments{"sh", "-c", script};
@@ -65,7 +58,7 @@ TEST_P(ClosedDescriptors, CaptureOfBothStreams) {
         const int result = fork_execv_getouterr(&out, &err, "/bin/sh", arguments.data());
         const CText outText(out);
         const CText errText(err);
-        return result == status && std::string(out) == "out\n" && std::string(err) == "err\n" ? good : 1;
+        return result == status && std::string(out) == "out\n" && std::string(err) == "err\n";
     });
 }
 
@@ -74,7 +67,7 @@ TEST_P(ClosedDescriptors, CaptureOfStandardOutputAlone) {
         char* out = nullptr;
         const int result = fork_execv_getout(&out, "/bin/sh", arguments.data());
         const CText outText(out);
-        return result == status && std::string(out) == "out\n" ? good : 1;
+        return result == status && std::string(out) == "out\n";
     });
 }
 
@@ -83,7 +76,7 @@ TEST_P(ClosedDescriptors, CallbacksAndStrings) {
         std::string out;
         std::string err;
         const int result = forkExecvGetOutErr(out, err, "/bin/sh", arguments.get());
-        return result == status && out == "out\n" && err == "err\n" ? good : 1;
+        return result == status && out == "out\n" && err == "err\n";
     });
 }
 
@@ -93,10 +86,10 @@ TEST_P(ClosedDescriptors, TwoGivenDescriptors) {
     const int low = ::open(path.c_str(), O_RDWR | O_CREAT, 0600);
     const int file = ::fcntl(low, F_DUPFD, 20);
     expectGood(input | output, [file](int status) {
-        return fork_exec_fd(-1, file, "/bin/sh", "-c", script, nullptr) == status ? good : 1;
+        return fork_exec_fd(-1, file, "/bin/sh", "-c", script, nullptr) == status;
     });
     expectGood(0, [file](int) {
-        return fork_exec_fd(-1, file, "/bin/sh", "-c", "echo abcdefg >&2; exit 7", nullptr) == 7 ? good : 1;
+        return fork_exec_fd(-1, file, "/bin/sh", "-c", "echo abcdefg >&2; exit 7", nullptr) == 7;
     });
     ::close(file);
     ::close(low);
@@ -107,14 +100,13 @@ TEST_P(ClosedDescriptors, ThePlainStart) {
     expectGood(0, [this](int status) {
         int word = 0;
         ::waitpid(fork_execv_pipes(0, 1, 2, "/bin/sh", arguments.data()), &word, 0);
-        return WEXITSTATUS(word) == status ? good : 1;
+        return WEXITSTATUS(word) == status;
     });
-    expectGood(
-        0, [this](int status) { return fork_and_wait("/bin/sh", arguments.data()) == status ? good : 1; });
+    expectGood(0, [this](int status) { return fork_and_wait("/bin/sh", arguments.data()) == status; });
     expectGood(input | output | error, [this](int status) {
         int word = 0;
         ::waitpid(fork_execv_pipes(-1, -1, -1, "/bin/sh", arguments.data()), &word, 0);
-        return WEXITSTATUS(word) == status ? good : 1;
+        return WEXITSTATUS(word) == status;
     });
 }
 
@@ -123,14 +115,14 @@ TEST_P(ClosedDescriptors, AShellCommandThatIsRead) {
         char* out = nullptr;
         const int result = popen_exec(script, &out);
         const CText outText(out);
-        return result == status && std::string(out) == "out\n" ? good : 1;
+        return result == status && std::string(out) == "out\n";
     });
 }
 
 TEST_P(ClosedDescriptors, AShellCommandThatIsFed) {
     expectGood(input, [](int status) {
         const std::string command = std::string("read word; test \"$word\" = given || exit 1\n") + script;
-        return exec_with_input(command.c_str(), "given\n") == status ? good : 1;
+        return exec_with_input(command.c_str(), "given\n") == status;
     });
 }
 

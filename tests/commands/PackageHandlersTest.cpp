@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include "tests/registry/TestRegistry.h"
 #include "tests/support/Captured.h"
 #include "tests/support/TempDir.h"
 
@@ -15,6 +16,7 @@ namespace fs = std::filesystem;
 using quelm::HandlerRegistry;
 using quelm::PhpHandler;
 using quelm::PhpHandlerType;
+using quelm::test::CapturedStreams;
 using quelm::test::TempDir;
 
 class PackageHandlers : public testing::Test {
@@ -22,9 +24,9 @@ protected:
     // Reads the directory and returns what was printed.
     std::string read() { return readFrom(directory_.path()); }
     std::string readFrom(const std::string& directory) {
-        testing::internal::CaptureStderr();
+        const CapturedStreams captured;
         readPackageHandlers(registry_, directory);
-        return testing::internal::GetCapturedStderr();
+        return captured.error();
     }
     // The outcome of a single file of this text.
     std::string readFile(const std::string& text) {
@@ -49,15 +51,8 @@ const std::string cgiFile =
 TEST_F(PackageHandlers, AFileBecomesASystemHandlerWithAnEmptyVersion) {
     EXPECT_EQ(readFile(cgiFile + "id=php81\nunknown=ignored\n"), "");
     ASSERT_EQ(registry_.size(), 1u);
-    const PhpHandler& handler = std::as_const(registry_)[0];
-    EXPECT_EQ(handler.id, "php81");
-    EXPECT_EQ(handler.displayname, "PHP $version");
-    EXPECT_EQ(handler.path, "/p/php-cgi");
-    EXPECT_EQ(handler.clipath, "/p/php");
-    EXPECT_EQ(handler.phpini, "/p/php.ini");
-    EXPECT_EQ(handler.type, PhpHandlerType::cgi);
-    EXPECT_EQ(handler.version, "");
-    EXPECT_TRUE(handler.system);
+    EXPECT_EQ(registry_[0], (PhpHandler{"php81", "PHP $version", "/p/php-cgi", "/p/php", "", "/p/php.ini", "",
+                                        "", PhpHandlerType::cgi, true}));
 }
 
 TEST_F(PackageHandlers, AnAbsentIdIsComputedFromNamePathIniAndType) {
@@ -71,16 +66,13 @@ TEST_F(PackageHandlers, AnEmptyIdIsUsedAndThenRefused) {
     EXPECT_TRUE(registry_.empty());
 }
 
-TEST_F(PackageHandlers, ServiceAndPoolDirectoryAreNotReadForOtherTypes) {
-    EXPECT_EQ(readFile(cgiFile + "service=s\npoold=/d\n"), "");
-    EXPECT_EQ(std::as_const(registry_)[0].service, "");
-    EXPECT_EQ(std::as_const(registry_)[0].poold, "");
-}
-
-TEST_F(PackageHandlers, EveryTypeIsAccepted) {
+TEST_F(PackageHandlers, EveryOtherTypeIsAcceptedWithoutServiceAndPoolDirectory) {
     for (const std::string type : {"module", "cgi", "fastcgi"}) {
-        EXPECT_EQ(readFile("displayname=n\npath=p\nclipath=\nphpini=\ntype=" + type + "\n"), "");
+        EXPECT_EQ(
+            readFile("displayname=n\npath=p\nclipath=\nphpini=\nservice=s\npoold=/d\ntype=" + type + "\n"),
+            "");
         EXPECT_EQ(formatHandlerType(std::as_const(registry_)[0]), type);
+        EXPECT_EQ(std::as_const(registry_)[0].service + std::as_const(registry_)[0].poold, "");
     }
 }
 
@@ -95,10 +87,8 @@ TEST_F(PackageHandlers, MissingKeysAreReportedInTheOrderOfReading) {
         EXPECT_TRUE(registry_.empty());
         text += count < lines.size() ? lines[count] + "\n" : "";
     }
-}
-
-TEST_F(PackageHandlers, KeysBelowASectionHeaderAreMissing) {
     EXPECT_EQ(readFile("[php]\n" + cgiFile), readingError("No such node (displayname)"));
+    EXPECT_EQ(readFile("\xef\xbb\xbf" + cgiFile), readingError("No such node (displayname)"));
 }
 
 TEST_F(PackageHandlers, AnUnknownTypeIsAnAddingError) {
@@ -113,10 +103,6 @@ TEST_F(PackageHandlers, TheParsersOwnErrorsNameFileAndLine) {
     EXPECT_EQ(readFile("[s]\nk=1\n[s]\n"), readingError(path + "(3): duplicate section name"));
     EXPECT_EQ(readFile("=v\n"), readingError(path + "(1): key expected"));
     EXPECT_EQ(readFile("[s\n"), readingError(path + "(1): unmatched '['"));
-}
-
-TEST_F(PackageHandlers, AByteOrderMarkIsPartOfTheFirstKey) {
-    EXPECT_EQ(readFile("\xef\xbb\xbf" + cgiFile), readingError("No such node (displayname)"));
 }
 
 TEST_F(PackageHandlers, BlanksCarriageReturnsAndCommentLinesAreTakenAway) {
@@ -179,14 +165,10 @@ TEST_F(PackageHandlers, TheSecondFileWithAnIdIsRefused) {
     EXPECT_TRUE(error.ends_with(".conf: Handler with id = `same' already exists\n")) << error;
 }
 
-TEST_F(PackageHandlers, AMissingDirectoryOrAFileInItsPlaceAddsNothing) {
+TEST_F(PackageHandlers, AMissingDirectoryOrAFileInItsPlaceAddsNothingAndALoopThrows) {
     EXPECT_EQ(readFrom(directory_.path("none")), "");
-    directory_.write("file", cgiFile);
-    EXPECT_EQ(readFrom(directory_.path("file")), "");
+    EXPECT_EQ(readFrom(directory_.write("file", cgiFile)), "");
     EXPECT_TRUE(registry_.empty());
-}
-
-TEST_F(PackageHandlers, ADirectoryThatCannotBeExaminedThrows) {
     fs::create_symlink("loop", directory_.path("loop"));
     EXPECT_THROW(readPackageHandlers(registry_, directory_.path("loop")), fs::filesystem_error);
 }
@@ -199,9 +181,9 @@ protected:
         directory_.script("php-fpm", interpreterBody);
         directory_.write("x.conf", "displayname=n\npath=" + php_ +
                                        "\nclipath=/c\nphpini=/i\ntype=fpm\nservice=s\npoold=/d\nid=f\n");
-        testing::internal::CaptureStderr();
+        const CapturedStreams captured;
         readPackageHandlers(registry_, directory_.path());
-        return testing::internal::GetCapturedStderr();
+        return captured.error();
     }
     bool hasTwin(const std::string& version) {
         EXPECT_EQ(readWith("echo 'PHP " + version + " (fpm-fcgi)'"), "");
@@ -215,20 +197,11 @@ protected:
 
 TEST_F(Twin, IsTheSameHandlerWithoutAPoolDirectory) {
     ASSERT_TRUE(hasTwin("8.1.2"));
-    const PhpHandler& first = std::as_const(registry_)[0];
-    const PhpHandler& twin = std::as_const(registry_)[1];
-    EXPECT_EQ(first.id, "f");
-    EXPECT_EQ(first.poold, "/d");
-    EXPECT_EQ(twin.id, "f-dedicated");
-    EXPECT_EQ(twin.poold, "");
-    EXPECT_EQ(twin.displayname, "n");
-    EXPECT_EQ(twin.path, php_);
-    EXPECT_EQ(twin.clipath, "/c");
-    EXPECT_EQ(twin.phpini, "/i");
-    EXPECT_EQ(twin.service, "s");
-    EXPECT_EQ(twin.version, "");
-    EXPECT_EQ(twin.type, PhpHandlerType::fpm);
-    EXPECT_TRUE(twin.system);
+    PhpHandler expected{"f", "n", php_, "/c", "", "/i", "s", "/d", PhpHandlerType::fpm, true};
+    EXPECT_EQ(registry_[0], expected);
+    expected.id = "f-dedicated";
+    expected.poold = "";
+    EXPECT_EQ(registry_[1], expected);
 }
 
 TEST_F(Twin, ExistsFromSevenThreeOnInTheOrderOfStrverscmp) {
@@ -254,11 +227,10 @@ TEST_F(Twin, ATakenIdLeavesTheFirstHandler) {
     PhpHandler other;
     other.id = "f-dedicated";
     add(taken, other);
-    testing::internal::CaptureStderr();
+    const CapturedStreams captured;
     readPackageHandlers(taken, directory_.path());
-    EXPECT_EQ(testing::internal::GetCapturedStderr(),
-              "Error adding handler from " + directory_.path("x.conf") +
-                  ": Handler with id = `f-dedicated' already exists\n");
+    EXPECT_EQ(captured.error(), "Error adding handler from " + directory_.path("x.conf") +
+                                    ": Handler with id = `f-dedicated' already exists\n");
     EXPECT_EQ(taken.size(), 2u);
 }
 

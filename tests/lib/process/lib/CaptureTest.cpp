@@ -241,13 +241,6 @@ TEST_F(ForkCapture, AQuietSecondWhoseWaitFailsGivesMinus1) {
     EXPECT_NE(::waitpid(-1, nullptr, 0), -1);
 }
 
-TEST_F(ForkCapture, AnIgnoredSigchldDoesNotLoseTheStatus) {
-    EXPECT_TRUE(holdsInChild([] {
-        std::signal(SIGCHLD, SIG_IGN);
-        return shell("exit 7").result == 7;
-    }));
-}
-
 TEST_F(ForkCapture, DescriptorsBeyondASelectSetAreRead) {
     EXPECT_TRUE(holdsInChild([] {
         setDescriptorLimit(4000);
@@ -394,14 +387,6 @@ TEST(ExecReport, OnlyAFailureIsReportedUnlessQuiet) {
               (Reported{3, failed + "err\n", "out\n" + failed + "err\n"}));
     // A text that starts with a NUL byte is an output and prints nothing.
     EXPECT_EQ(report("printf 'a\\000b'; printf '\\000err' >&2; exit 3"), (Reported{3, failed, "a" + failed}));
-}
-
-TEST(ExecReport, AMissingProgramIsReportedWithItsReason) {
-    const CapturedStreams captured;
-    const ArgVector arguments{"/no/such/program"};
-    EXPECT_EQ(exec_and_report("/no/such/program", arguments.data(), false), 255);
-    EXPECT_EQ(captured.error(), "/no/such/program execution failed:\nfork_execv: execv(\"/no/such/program\") "
-                                "failed: No such file or directory\n");
 }
 
 TEST(ExecReport, TheUtilitysNameStandsBefore) {

@@ -134,91 +134,73 @@ TEST(PlaceDescriptor, FailuresTellTheReason) {
 constexpr int walked = 0;
 constexpr int rangeClosed = 1;
 
-// How closefrom went about it: the number of ranges that it closed, or -1 when it left one of its descriptors
-// open or closed another. In a forked child, because closing takes the test's own descriptors too.
-int closing(int lowest, const std::function<void()>& prepare) {
-    return inChild([&] {
-               closefrom(3);
-               prepare();
-               countCalls(Call::close_range);
-               const std::vector<int> kept = openDescriptors(0, std::max(lowest, 0));
-               closefrom(lowest);
-               const bool right = openDescriptors(0, 20000) == kept;
-               return right ? callsOf(Call::close_range) : -1;
-           })
-        .exitStatus();
+struct Table {
+    int more = 20; // descriptors beyond 2
+    int size = -1;
+    rlim_t limit = 1024;
+    int alone = -1; // opened too
+    const char* added = "";
+    const char* hidden = "";
+    Call failing = Call::count;
+    int skip = 0;
+    int closed = -1; // again
+};
+
+// How closefrom goes about it: the number of ranges that it closes, or -1 when it leaves one of its
+// descriptors open or closes another. In a forked child, because closing takes the test's own descriptors
+// too.
+int closing(const Table& table, int lowest = 3) {
+    const auto body = [&] {
+        closefrom(3);
+        setDescriptorLimit(20000);
+        openMore(table.more);
+        if (table.alone != -1) {
+            (void)::dup2(STDIN_FILENO, table.alone);
+        }
+        ::close(table.closed);
+        setDescriptorLimit(table.limit);
+        conditions().tableSize = table.size;
+        conditions().addedEntry = table.added;
+        conditions().hiddenEntry = table.hidden;
+        if (table.failing != Call::count) {
+            failCall(table.failing, EIO, {.skip = table.skip});
+        }
+        countCalls(Call::close_range);
+        const std::vector<int> kept = openDescriptors(0, std::max(lowest, 0));
+        closefrom(lowest);
+        return openDescriptors(0, 20000) == kept ? callsOf(Call::close_range) : -1;
+    };
+    return inChild(body).exitStatus();
 }
 
 TEST(CloseFrom, ClosesFromTheLowestUpAndNothingBelow) {
-    const auto open = [] { openMore(20); };
-    EXPECT_EQ(closing(4, open), walked);
-    EXPECT_EQ(closing(3, open), walked);
-    EXPECT_EQ(closing(-7, open), walked);
+    for (const int lowest : {4, 3, 0, -7}) {
+        EXPECT_EQ(closing({}, lowest), walked) << lowest;
+    }
 }
 
 // The entries are looked at up to the hundredth, or a tenth of a larger table: 0, 1, 2 and the walk's own are
 // among them.
 TEST(CloseFrom, ManyDescriptorsOrNumbersBeyondTheTableAreClosedAsARange) {
-    const auto table = [](int size, int more) {
-        return [=] {
-            setDescriptorLimit(static_cast<rlim_t>(size));
-            conditions().tableSize = size;
-            openMore(more);
-        };
-    };
-    EXPECT_EQ(closing(3, table(900, 96)), walked);
-    EXPECT_EQ(closing(3, table(900, 97)), rangeClosed);
-    EXPECT_EQ(closing(3, table(5000, 496)), walked);
-    EXPECT_EQ(closing(3, table(5000, 497)), rangeClosed);
-    const auto lowered = [](int descriptor, int size) {
-        return [=] {
-            (void)::dup2(STDIN_FILENO, descriptor);
-            conditions().tableSize = size;
-        };
-    };
-    EXPECT_EQ(closing(3, lowered(50, 51)), walked);
-    EXPECT_EQ(closing(3, lowered(50, 50)), rangeClosed);
-    EXPECT_EQ(closing(3, lowered(51, 50)), rangeClosed);
-    EXPECT_EQ(closing(3,
-                      [] {
-                          setDescriptorLimit(20000);
-                          openMore(5000);
-                          setDescriptorLimit(1024);
-                      }),
-              rangeClosed);
+    EXPECT_EQ(closing({.more = 96, .size = 900}), walked);
+    EXPECT_EQ(closing({.more = 97, .size = 900}), rangeClosed);
+    EXPECT_EQ(closing({.more = 496, .size = 5000}), walked);
+    EXPECT_EQ(closing({.more = 497, .size = 5000}), rangeClosed);
+    EXPECT_EQ(closing({.more = 0, .size = 51, .alone = 50}), walked);
+    EXPECT_EQ(closing({.more = 0, .size = 50, .alone = 50}), rangeClosed);
+    EXPECT_EQ(closing({.more = 0, .size = 50, .alone = 51}), rangeClosed);
+    EXPECT_EQ(closing({.more = 5000}), rangeClosed); // under a lowered limit
 }
 
 TEST(CloseFrom, AWalkThatCannotBeTrustedIsAbandoned) {
     for (const char* name : {"x", "4x", "-4", "+4", " 4", "4 ", "0x4", "99999999999"}) {
-        EXPECT_EQ(closing(3,
-                          [name] {
-                              openMore(5);
-                              conditions().addedEntry = name;
-                          }),
-                  rangeClosed)
-            << name;
+        EXPECT_EQ(closing({.added = name}), rangeClosed) << name;
     }
     // It does not meet its own descriptor, the lowest free number.
-    EXPECT_EQ(closing(3,
-                      [] {
-                          openMore(5);
-                          conditions().hiddenEntry = "8";
-                      }),
-              rangeClosed);
+    EXPECT_EQ(closing({.more = 5, .hidden = "8"}), rangeClosed);
     // It ends behind ".", "..", 0, 1, 2 and its own descriptor.
-    EXPECT_EQ(closing(3,
-                      [] {
-                          openMore(5);
-                          ::close(3);
-                          failCall(Call::readdir, EIO, {.skip = 6});
-                      }),
-              rangeClosed);
-    EXPECT_EQ(closing(5,
-                      [] {
-                          openMore(20);
-                          failCall(Call::opendir, ENOENT);
-                      }),
-              rangeClosed);
+    EXPECT_EQ(closing({.failing = Call::readdir, .skip = 6, .closed = 3}), rangeClosed);
+    EXPECT_EQ(closing({.failing = Call::opendir}, 5), rangeClosed);
 }
 
 TEST(CloseFrom, WhereNoRangeCanBeClosedEveryNumberIs) {

@@ -17,6 +17,7 @@ using quelm::HandlerRegistry;
 using quelm::PhpHandler;
 using quelm::PhpHandlerType;
 using quelm::test::CapturedStreams;
+using quelm::test::idsOf;
 using quelm::test::TempDir;
 
 class PackageHandlers : public testing::Test {
@@ -147,22 +148,20 @@ TEST_F(PackageHandlers, OnlyRegularFilesThatEndInConfAreRead) {
     EXPECT_NE(find(registry_, "linked"), nullptr);
 }
 
-TEST_F(PackageHandlers, ABadFileStopsNoOther) {
-    directory_.write("a.conf", "bad\n");
-    directory_.write("b.conf", cgiFile + "id=b\n");
-    directory_.write("c.conf", "bad\n");
+TEST_F(PackageHandlers, ABadFileOrTheSecondWithAnIdStopsNoOther) {
+    for (const char* name : {"a.conf", "c.conf"}) {
+        directory_.write(name, cgiFile + "id=same\n");
+    }
     directory_.write("d.conf", cgiFile + "id=d\n");
-    read();
-    EXPECT_EQ(registry_.size(), 2u);
-}
-
-TEST_F(PackageHandlers, TheSecondFileWithAnIdIsRefused) {
-    directory_.write("a.conf", cgiFile + "id=same\n");
-    directory_.write("b.conf", cgiFile + "id=same\n");
     const std::string error = read();
-    EXPECT_EQ(registry_.size(), 1u);
+    EXPECT_EQ(registry_.size(), 2u);
     EXPECT_TRUE(error.starts_with("Error adding handler from " + directory_.path())) << error;
     EXPECT_TRUE(error.ends_with(".conf: Handler with id = `same' already exists\n")) << error;
+    registry_ = HandlerRegistry();
+    directory_.write("b.conf", "bad\n");
+    directory_.write("c.conf", "bad\n");
+    read();
+    EXPECT_EQ(registry_.size(), 2u);
 }
 
 TEST_F(PackageHandlers, AMissingDirectoryOrAFileInItsPlaceAddsNothingAndALoopThrows) {
@@ -214,24 +213,16 @@ TEST_F(Twin, ExistsFromSevenThreeOnInTheOrderOfStrverscmp) {
     }
 }
 
-TEST_F(Twin, AFailingProbeLeavesTheFirstHandler) {
-    EXPECT_EQ(readWith("exit 1"), "Error adding handler from " + directory_.path("x.conf") +
-                                      ": can not get version from " + php_ + "\n");
-    ASSERT_EQ(registry_.size(), 1u);
-    EXPECT_EQ(std::as_const(registry_)[0].id, "f");
-}
-
-TEST_F(Twin, ATakenIdLeavesTheFirstHandler) {
+TEST_F(Twin, AFailingProbeOrATakenIdLeavesTheFirstHandler) {
+    const std::string failed = "Error adding handler from " + directory_.path("x.conf") + ": ";
+    EXPECT_EQ(readWith("exit 1"), failed + "can not get version from " + php_ + "\n");
+    EXPECT_EQ(idsOf(registry_), "f");
     readWith("echo PHP 8.1");
-    HandlerRegistry taken;
-    PhpHandler other;
-    other.id = "f-dedicated";
-    add(taken, other);
+    registry_ = quelm::test::registryOf({quelm::test::handlerWithId("f-dedicated")});
     const CapturedStreams captured;
-    readPackageHandlers(taken, directory_.path());
-    EXPECT_EQ(captured.error(), "Error adding handler from " + directory_.path("x.conf") +
-                                    ": Handler with id = `f-dedicated' already exists\n");
-    EXPECT_EQ(taken.size(), 2u);
+    readPackageHandlers(registry_, directory_.path());
+    EXPECT_EQ(captured.error(), failed + "Handler with id = `f-dedicated' already exists\n");
+    EXPECT_EQ(idsOf(registry_), "f-dedicatedf");
 }
 
 TEST_F(Twin, OtherTypesAreNotProbed) {

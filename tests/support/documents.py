@@ -45,9 +45,11 @@ def documents(file):
 
 def banners():
     """Name and text of each."""
+    before = ""
     for block in re.findall(r"^([^#|\n].*)\n((?:\|.*\n)+)", (TESTS / "commands/banners").read_text(), re.MULTILINE):
         name, kinds, _ = block[0].split(" | ")
-        text = ESCAPE.sub(lambda found: chr(int(found[1], 16)), re.sub("^\\| ?", "", block[1], flags=re.MULTILINE))
+        before = block[1].replace("|...\n", "".join(before.splitlines(keepends=True)[-2:]))
+        text = ESCAPE.sub(lambda found: chr(int(found[1], 16)), re.sub("^\\| ?", "", before, flags=re.MULTILINE))
         yield from ((f"{name}-{kind}", text.replace("*", kind)) for kind in kinds.split())
 
 

@@ -4,6 +4,8 @@
 #include <csignal>
 #include <vector>
 
+#include <unistd.h>
+
 #include <gtest/gtest.h>
 
 #include "tests/support/Captured.h"
@@ -16,6 +18,7 @@ namespace {
 TEST(ProcessStart, EveryClosedStandardDescriptorIsOpenedOnTheNullDeviceAndNothingElse) {
     for (int closed = 0; closed < 8; ++closed) {
         EXPECT_TRUE(holdsInChild([closed] {
+            ::dup2(STDOUT_FILENO, STDIN_FILENO); // which may be the null device already
             const std::vector<int> before = openDescriptors();
             closeStandard(closed);
             prepareProcess();

@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <exception>
 #include <iostream>
@@ -74,6 +75,9 @@ ChildOutcome forkBody(const std::function<int()>& body) {
     const CapturedStreams captured;
     const pid_t child = ::fork();
     if (child == 0) {
+        for (const int number : {SIGHUP, SIGINT, SIGQUIT}) {
+            std::signal(number, SIG_DFL); // nohup and background jobs ignore them
+        }
         runToTheEnd(body);
     }
     ChildOutcome outcome{};

@@ -67,11 +67,6 @@ constexpr std::array<Stop, 15> stops{{
     {"'null' is expected.", true, "n"},
 }};
 
-// These can stop in the middle of a token, where a blank is as good as any other byte.
-bool stopsAtSpaces(std::string_view message) {
-    return message.starts_with("Invalid ");
-}
-
 std::string printed(char c) {
     if (c >= 0x20 && c <= 0x7e) {
         return {c};
@@ -114,7 +109,8 @@ bool fits(const RegistryReport& report, std::string_view text) {
     if (stop == stops.end()) {
         return false;
     }
-    if (spaces.find(byte) != std::string_view::npos && !stopsAtSpaces(stop->message)) {
+    // Those that begin so can stop in the middle of a token, where a blank is as good as any other byte.
+    if (spaces.find(byte) != std::string_view::npos && !stop->message.starts_with("Invalid ")) {
         return false;
     }
     return (stop->bytes.find(byte) != std::string_view::npos) == stop->named;

@@ -19,6 +19,7 @@
 #include "tests/registry/TestRegistry.h"
 #include "tests/support/Captured.h"
 #include "tests/support/Faults.h"
+#include "tests/support/ProcessState.h"
 #include "tests/support/TempDir.h"
 
 namespace quelm {
@@ -42,6 +43,7 @@ protected:
         test::conditions().longestTransfer = 0;
         test::conditions().nonBlockingOpenError = 0;
         log_init("none", LOG_INFO, LOG_USER, 0, nullptr);
+        EXPECT_EQ(test::openDescriptors(), descriptors_);
     }
 
     // The ids of the records, the registry having held another before; what is logged goes to logged_.
@@ -71,6 +73,7 @@ protected:
         return registry;
     }
 
+    const std::vector<int> descriptors_ = test::openDescriptors();
     const test::TempDir directory_;
     const std::string path_ = directory_.write("registry.json", document);
     std::string logged_;
@@ -114,19 +117,6 @@ TEST_F(RegistryFile, WhatCannotBeReadIsEmptyAndLogged) {
     EXPECT_EQ(logged_, "Unable to read " + path_ + ": Permission denied\n");
 }
 
-// Its size reads 0, so the text has to be read to the end all the same.
-TEST_F(RegistryFile, OneThatHidesItsSizeIsReadToItsEnd) {
-    HandlerRegistry registry;
-    try {
-        load(registry, "/proc/self/status");
-        ADD_FAILURE() << "taken for empty";
-    } catch (const QuelmUtilException& failure) {
-        EXPECT_STREQ(failure.what(),
-                     "Error reading /proc/self/status: can not parse php_versions_info object "
-                     ": JSON object is expected. Error occured at offset 0, character 'N'. ");
-    }
-}
-
 TEST_F(RegistryFile, OneThatGrowsWhileItIsOpenIsReadToItsNewEnd) {
     directory_.write("registry.json", document.substr(0, 20));
     test::watchCall(Call::read, [&] {
@@ -167,18 +157,6 @@ TEST_F(RegistryFile, ALeaseOnTheFileIsWaitedFor) {
     directory_.write("registry.json", "old");
     EXPECT_EQ(saved(), "");
     EXPECT_EQ(test::readFile(path_), document);
-}
-
-TEST_F(RegistryFile, LeavesNoDescriptorOpen) {
-    const int before = ::dup(0);
-    ::close(before);
-    loaded();
-    loaded("/proc/self/mem");
-    saved("/dev/full");
-    saved();
-    const int after = ::dup(0);
-    ::close(after);
-    EXPECT_EQ(before, after);
 }
 
 // Memory for the text, for the parser's state, for its handlers, for the records.
@@ -316,43 +294,6 @@ TEST_F(RegistryFile, PrintableBytesTabAndLineEndsComeBack) {
         handler.displayname += static_cast<char>(byte);
     }
     EXPECT_EQ(savedAndLoaded(handler)[0], handler);
-}
-
-// Deliberate: what is written as \u0001 or null is refused when it is read.
-TEST_F(RegistryFile, SomeValuesAreWrittenAndThenRefused) {
-    PhpHandler longPath = handlerWithId("a");
-    longPath.path = std::string(4088, 'p');
-    for (const auto& [handler, reason] :
-         {std::pair{
-              handlerWithId("a\x01"),
-              "Invalid or unsupported Unicode character or escape sequence found in string. UTF8 encoded "
-              "characters and '\\u' escape sequences are not supported. Error occured at offset 20, "
-              "character "
-              "'u'. "},
-          {longPath, "String is expected. Error occured at offset 30, character 'n'. "}}) {
-        try {
-            savedAndLoaded(handler);
-            ADD_FAILURE() << reason;
-        } catch (const QuelmUtilException& failure) {
-            EXPECT_EQ(failure.what(),
-                      "Error reading " + path_ + ": can not parse php_versions_info object : " + reason);
-        }
-    }
-}
-
-TEST_F(RegistryFile, TheNextSaveDropsWhatTheReaderDropped) {
-    save(test::registryWithIds("aa"), path_);
-    HandlerRegistry registry;
-    {
-        const test::CaughtErrors errors;
-        load(registry, path_);
-    }
-    save(registry, path_);
-    EXPECT_EQ(test::readFile(path_), document);
-    PhpHandler handler = fpmHandler();
-    handler.type = PhpHandlerType::cgi;
-    const HandlerRegistry again = savedAndLoaded(handler);
-    EXPECT_EQ(again[0].service + again[0].poold, "");
 }
 
 } // namespace quelm

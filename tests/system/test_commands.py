@@ -49,10 +49,9 @@ def test_every_command_is_in(file):
         assert not ALL - words, f"{file} does not know {sorted(ALL - words)}"
 
 
-@pytest.mark.parametrize("file", ["README.md", "NEWS", "tests/cli/*Test.cpp"])
+@pytest.mark.parametrize("file", ["README.md", "NEWS", "tests/cli/DispatcherTest.cpp"])
 def test_every_command_is_told_of_in(file):
-    told = "".join(path.read_text(encoding="utf-8") for path in ROOT.glob(file))
-    untold = [word for word in ALL if not re.search(rf"(?:(?<![\w-])|\\t){word}(?![\w-])", told)]
+    untold = [word for word in ALL if not re.search(rf"(?:(?<![\w-])|\\t){word}(?![\w-])", text_of(file))]
     assert not untold, f"{file} does not tell of {untold}"
 
 

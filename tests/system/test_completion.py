@@ -72,7 +72,7 @@ def test_identifiers_are_live(desk, shell):
 @pytest.mark.parametrize("line, word", [
     ("tamrix --remove --id my", "my-cgi"), ("tamrix --remove --id=my", "--id=my-cgi"),
     ("tamrix --remove --id host:", "host:80"), ("tamrix --remove --id=host:8", "--id=host:80"),
-    ("tamrix --rem", "--remove"), ("tamrix --update --ty", "--type"), ("tamrix --add --type fa", "fastcgi"),
+    ("tamrix --rem", "--remove"), ("tamrix --update --typ", "--type"), ("tamrix --add --type fa", "fastcgi"),
     ("tamrix --add --type=fp", "--type=fpm"), ("tamrix --add --path /opt/ovt/place/o", "/opt/ovt/place/one file"),
     ("tamrix --add --clipath=/opt/ovt/place/o", "--clipath=/opt/ovt/place/one file"),
     ("tamrix --update --poold /opt/ovt/place/", "/opt/ovt/place/folder"),

@@ -30,7 +30,7 @@ def test_the_package_files_register_debians_php(host):
     assert {id: handler["type"] for id, handler in listed.items()} == {
         debian_php.here(f"php82-{name}"): name.split("-")[0] for name in ("cgi", "fastcgi", "fpm", "fpm-dedicated")}
     for handler in listed.values():
-        assert re.fullmatch(r"VERSION by Debian \(\w+\)", debian_php.any_version(handler["displayname"]))
+        assert re.fullmatch(re.escape(handler["version"]) + r" by Debian \(\w+\)", handler["displayname"])
         assert handler["system"]
 
 

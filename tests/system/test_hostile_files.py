@@ -102,7 +102,7 @@ def test_a_read_only_folder_keeps_the_registry_and_the_run_goes_on(logged_host):
         assert logged_host.shell(script, *words) == ok(out), words
         assert logged_host.registry == before
         assert logged_host.calls[-1] == DIRTY
-        assert (any(HOOK in call for call in logged_host.calls)) == (words != ("--reread",))
+        assert any(HOOK in call for call in logged_host.calls) == (words != ("--reread",))
         assert logged(logged_host) == [f"Unable to open {REGISTRY}: Read-only file system"], words
     assert logged_host.hook_log is None
 

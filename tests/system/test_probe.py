@@ -4,6 +4,7 @@
 others. A message ends at a NUL byte that was printed, as messages are C strings."""
 
 import os
+import re
 import time
 
 import pytest
@@ -112,12 +113,10 @@ def test_a_slashless_path_is_looked_up_in_the_path_but_must_exist_here(host):
 def test_a_version_of_very_many_groups_does_no_harm(host):
     host.recorder(CGI, "printf 'PHP 1'\nhead -c 200000 /dev/zero | sed 's/\\x00/.1/g'")
     result = host.tamrix(*ADD, CGI)
-    if result.status == 0:
-        assert result == ok("x\n")
-    else:
-        assert result.status == 1
-        assert result.err.startswith("Fatal error: boost::wrapexcept<std::runtime_error>(")
-        assert result.out == result.err
+    if result.status != 0:
+        # Releases of the library differ in the exception's type.
+        assert (result.status, result.out) == (1, result.err)
+        assert re.match(r"Fatal error: boost::wrapexcept<[\w:]+>\(Ran out of stack space ", result.err)
 
 
 # Programs that are no interpreters.

@@ -17,19 +17,12 @@ namespace {
 // From here on the expression may give up on a line.
 constexpr std::ptrdiff_t manyParts = 5000;
 
-bool isDigit(char c) {
-    return c >= '0' && c <= '9';
-}
-
 bool isSpace(char c) {
     return c == ' ' || (c >= '\t' && c <= '\r');
 }
 
 std::size_t digitsEnd(std::string_view line, std::size_t at) {
-    while (at < line.size() && isDigit(line[at])) {
-        ++at;
-    }
-    return at;
+    return std::min(line.find_first_not_of("0123456789", at), line.size());
 }
 
 std::optional<std::string> versionOf(std::string_view line) {
@@ -41,7 +34,7 @@ std::optional<std::string> versionOf(std::string_view line) {
     if (end == start) {
         return std::nullopt;
     }
-    while (end + 1 < line.size() && line[end] == '.' && isDigit(line[end + 1])) {
+    while (end < line.size() && line[end] == '.' && digitsEnd(line, end + 1) > end + 1) {
         end = digitsEnd(line, end + 1);
     }
     return std::string(line.substr(start, end - start));

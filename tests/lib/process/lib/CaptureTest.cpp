@@ -147,11 +147,6 @@ Finished shell(const std::string& script) {
     return run("/bin/sh", {"sh", "-c", script});
 }
 
-// The scripts that leave a process behind print its number and nothing else.
-void endLeftBehind(const Finished& done) {
-    EXPECT_EQ(::kill(std::stoi(done.output.get()), SIGKILL), 0);
-}
-
 class ForkCapture : public testing::Test {
 protected:
     void TearDown() override {
@@ -228,7 +223,7 @@ TEST_F(ForkCapture, AProcessLeftBehindDoesNotHoldTheUtility) {
         EXPECT_EQ(done.result, result);
         EXPECT_LT(done.took, milliseconds(3000));
         EXPECT_FALSE(hasChildren());
-        endLeftBehind(done);
+        EXPECT_EQ(::kill(std::stoi(done.output.get()), SIGKILL), 0);
     }
 }
 
@@ -358,13 +353,8 @@ TEST_F(ForkCapture, AFailedPollOrAQuietSecondThatFindsTheChildEndedLeavesThePipe
     }
 }
 
-struct Reported {
-    int result;
-    std::string output;
-    std::string error;
-
-    bool operator==(const Reported&) const = default;
-};
+// The result, standard output and standard error.
+using Reported = std::tuple<int, std::string, std::string>;
 
 Reported report(const std::string& script, bool quiet = false) {
     const CapturedStreams captured;
@@ -385,16 +375,12 @@ TEST(ExecReport, OnlyAFailureIsReportedUnlessQuiet) {
     EXPECT_EQ(report("printf err >&2; exit 3"), (Reported{3, failed + "err\n", failed + "err\n"}));
     EXPECT_EQ(report("echo out; echo err >&2; exit 3"),
               (Reported{3, failed + "err\n", "out\n" + failed + "err\n"}));
+    setProgramPath("/usr/bin/tamrix"); // its name stands before
+    EXPECT_EQ(report("printf err >&2; exit 3"),
+              (Reported{3, "tamrix: " + failed + "err\n", "tamrix: " + failed + "err\n"}));
+    setProgramPath(nullptr);
     // A text that starts with a NUL byte is an output and prints nothing.
     EXPECT_EQ(report("printf 'a\\000b'; printf '\\000err' >&2; exit 3"), (Reported{3, failed, "a" + failed}));
-}
-
-TEST(ExecReport, TheUtilitysNameStandsBefore) {
-    setProgramPath("/usr/bin/tamrix");
-    const Reported reported = report("echo out; echo err >&2; exit 3");
-    setProgramPath(nullptr);
-    EXPECT_EQ(reported, (Reported{3, "tamrix: /bin/sh execution failed:\nerr\n",
-                                  "out\ntamrix: /bin/sh execution failed:\nerr\n"}));
 }
 
 // A child that is found ended by looking leaves errno as it was.
@@ -402,8 +388,9 @@ TEST(ExecReport, NoSystemErrorIsToldForAProgramsFailure) {
     const TempDir directory;
     const std::string pidFile = directory.path("left-behind");
     errno = EAGAIN;
-    EXPECT_EQ(report("echo err >&2; sleep 60 & echo $! > " + pidFile + "; exit 3").error,
-              "/bin/sh execution failed:\nerr\n");
+    const std::string failed = "/bin/sh execution failed:\nerr\n";
+    EXPECT_EQ(report("echo err >&2; sleep 60 & echo $! > " + pidFile + "; exit 3"),
+              (Reported{3, failed, failed}));
     EXPECT_EQ(::kill(std::stoi(readFile(pidFile)), SIGKILL), 0);
 }
 

@@ -11,7 +11,6 @@
 #include <vector>
 
 #include <sys/resource.h>
-#include <sys/time.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -130,28 +129,6 @@ TEST_F(ForkExecv, AChildMayLeaveItsInputUnreadOrReadItAfterItClosedItsOutputs) {
     EXPECT_EQ(shell("exec <&-; sleep 0.2; echo late; exit 4", text), 4);
     EXPECT_EQ(output, "late\n");
     EXPECT_EQ(shell("exec >&- 2>&-; [ $(wc -c) = 1048576 ]", text), 0);
-}
-
-TEST_F(ForkExecv, EagainStaysInErrnoAfterARunThatWaitedForOutput) {
-    errno = 0;
-    EXPECT_EQ(shell("echo out; sleep 0.3"), 0);
-    EXPECT_EQ(errno, EAGAIN);
-    errno = 0;
-    EXPECT_EQ(shell("exit 3"), 3);
-    EXPECT_EQ(errno, 0);
-}
-
-TEST_F(ForkExecv, SurvivesInterruptingSignals) {
-    struct sigaction action {};
-    action.sa_handler = [](int) {};
-    ::sigaction(SIGALRM, &action, nullptr);
-    const itimerval often{{0, 5000}, {0, 5000}};
-    ::setitimer(ITIMER_REAL, &often, nullptr);
-    const int status = shell("sleep 0.3; cat; exec >&- 2>&-; sleep 0.3; exit 6", pattern(megabyte));
-    const itimerval never{};
-    ::setitimer(ITIMER_REAL, &never, nullptr);
-    EXPECT_EQ(status, 6);
-    EXPECT_TRUE(output == pattern(megabyte));
 }
 
 // One context for the source and both sinks; blocks never exceed the sizes given.

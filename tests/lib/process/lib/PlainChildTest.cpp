@@ -233,14 +233,6 @@ TEST_F(ForkExecWait, SignalsAreWarningsAndFailuresErrors) {
                                     notOurs);
 }
 
-TEST(WaitUninterrupted, IsRepeatedAfterASignal) {
-    const pid_t child = forkChild([] { ::_exit(5); });
-    failCall(Call::waitpid, EINTR, {.times = 1});
-    int status = 0;
-    EXPECT_EQ(waitUninterrupted(child, &status, 0), child);
-    EXPECT_EQ(WEXITSTATUS(status), 5);
-}
-
 } // namespace
 
 } // namespace quelm::test

@@ -206,16 +206,6 @@ TEST_F(ForkExecvPipes, WithoutAnErrorStreamOfItsOwnTheChildComplainsOnOurs) {
     EXPECT_EQ(captured.error(), badDescriptor);
 }
 
-TEST_F(ForkExecvPipes, Dup2CustomThrowsWithTheReason) {
-    try {
-        dup2Custom(999, 1);
-        FAIL();
-    } catch (const SystemError& failure) {
-        EXPECT_EQ(failure.message(), "dup2Custom failed");
-        EXPECT_EQ(failure.code(), EBADF);
-    }
-}
-
 TEST_F(ForkExecvPipes, SwitchesUserAndGroupsForGood) {
     TAMRIX_TEST_AS_ROOT();
     fs::current_path("/");

@@ -9,9 +9,9 @@ from debian_php import any_version
 from registry_text import document, record
 
 EXAMPLE = ROOT / "fleet/example.yml"
-CGI = record("site-cgi", "/usr/bin/php-cgi8.2", "/usr/bin/php8.2", "/etc/php/8.2/cgi/php.ini", "8.2.N",
+CGI = record("site-cgi", "/usr/bin/php-cgi8.2", "/usr/bin/php8.2", "/etc/php/8.2/cgi/php.ini", "VERSION",
              "PHP%20%24version", "cgi")
-FPM = record("site-fpm", "/usr/sbin/php-fpm8.2", "/usr/bin/php8.2", "/etc/php/8.2/fpm/php.ini", "8.2.N",
+FPM = record("site-fpm", "/usr/sbin/php-fpm8.2", "/usr/bin/php8.2", "/etc/php/8.2/fpm/php.ini", "VERSION",
              "PHP%20%24version%20as%20a%20service", "fpm", False, "php8.2-fpm", "/etc/php/8.2/fpm/pool.d")
 
 

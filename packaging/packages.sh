@@ -9,8 +9,8 @@ php_packages=(php-cgi php-cli php-fpm)
 unit_packages=(libgmock-dev libgtest-dev python3)
 test_packages=(cppcheck clang-format fish jq logrotate mandoc python3-jsonschema python3-pytest python3-pytest-xdist
     shellcheck strace zsh)
-full_packages=(ansible-core clang clang-tidy cpio debootstrap dpkg-dev file libclang-rt-dev lintian llvm rpm rpmlint
-    valgrind)
+full_packages=(ansible-core ansible-lint clang clang-tidy cpio debootstrap dpkg-dev file libclang-rt-dev lintian llvm
+    python3-voluptuous rpm rpmlint valgrind)
 bench_packages=(jq libsimdjson-dev rapidjson-dev)
 
 # What runs as root. Services of the new packages are neither started nor left enabled: Debian's answer "do not start

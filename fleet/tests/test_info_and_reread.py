@@ -1,11 +1,9 @@
 """php_handler_info and php_reread on one host."""
 
-import os
-
 import pytest
 
-from conftest import CGI, RECORDER
-from registry_text import INI, document, package, record
+from conftest import RECORDER
+from registry_text import CGI, CLI, INI, document, package, record
 
 FILE = "/etc/ovt/php_versions.d/one.conf"
 LIST, REREAD = "--list-json|", "--reread|"
@@ -71,28 +69,36 @@ def test_check_mode_says_what_it_cannot_know(host):
     assert (host.words, host.calls, host.registry) == ([LIST], [], document(record("a")))
 
 
-def test_only_stale_rereads_when_a_package_file_or_the_folder_is_newer(host):
-    def reread(check=False):
-        host.module("php_reread", only_stale=True, check=check)
-        return REREAD in host.words
+FPM = {"name": "PHP $version", "type": "fpm", "clipath": CLI, "service": "s", "poold": "/p", "id": "f"}
+SERVICE = {"displayname": "PHP%20%24version", "clipath": CLI, "type": "fpm", "system": True, "service": "s"}
+TAKEN_UP = [record("b", displayname="name", system=True), record("f", **SERVICE, poold="/p"),
+            record("f-dedicated", **SERVICE)]
 
-    def date(path, seconds):
-        os.utime(host.path(path), (seconds, seconds))
 
-    folder, registry = os.path.dirname(FILE), "/etc/ovt/php_versions.json"
-    assert reread()
-    host.write(FILE, package(id="new"))
-    host.write(folder + "/README")
-    for path, seconds in [(folder, 100), (FILE, 100), (registry, 200), (folder + "/README", 900)]:
-        date(path, seconds)
-    assert not reread()
-    assert "warnings" not in host.module("php_reread", only_stale=True, check=True)
-    date(FILE, 200)
-    assert "warnings" in host.module("php_reread", only_stale=True, check=True)
-    assert reread()
-    date(registry, 300)
-    date(folder, 301)
-    assert reread()
+@pytest.mark.parametrize("files, records, stale", [
+    ({}, [record("a")], False),
+    ({}, [record("s", system=True)], True),
+    ({"one.conf": package()}, [record("a")], True),
+    ({"one.conf": package()}, [record("a", displayname="name")], True),
+    ({"one.conf": package(), "f.conf": package(**FPM)}, TAKEN_UP, False),
+    ({"one.conf": "; a=b\n\n " + package().replace("=", " = ") + "[x]\ntype=fpm\n", "f.conf": package(**FPM)},
+     [record("a"), *TAKEN_UP], False),
+    ({"one.conf": package(), "f.conf": package(**{**FPM, "poold": "/q"})}, TAKEN_UP, True),
+    ({"one.conf": package(), "f.conf": package(**{**FPM, "service": "t"})}, TAKEN_UP, True),
+    ({"one.conf": package(), "f.conf": package(**{**FPM, "id": "g"})}, TAKEN_UP, True),
+    ({"one.conf": package(name="other"), "f.conf": package(**FPM)}, TAKEN_UP, True),
+    ({"one.conf": package(clipath="/c"), "f.conf": package(**FPM)}, TAKEN_UP, True),
+    ({"one.conf": package(), "f.conf": package(**FPM), "faulty.conf": "x", "folder.conf/x": ""}, TAKEN_UP, True),
+    ({"one.conf": package(), "f.conf": package(**FPM), "README": "x", "folder.conf/x": ""}, TAKEN_UP, False),
+])
+def test_only_stale_rereads_when_the_files_describe_other_handlers(host, files, records, stale):
+    host.registry = document(*records)
+    for name, text in files.items():
+        host.write(f"/etc/ovt/php_versions.d/{name}", text)
+    told = host.module("php_reread", only_stale=True, check=True)
+    assert ("warnings" in told, host.words) == (stale, [LIST])
+    host.module("php_reread", only_stale=True)
+    assert (REREAD in host.words, bool(host.calls)) == (stale, stale)
 
 
 def test_a_failure_after_the_reread_is_a_change_and_says_what_to_run(host):

@@ -69,6 +69,18 @@ def test_a_changed_field_updates_only_that(host):
     assert host.registry == document(record("z"), STORED)
 
 
+@pytest.mark.parametrize("id", [
+    "a'b\"c\\", "$(touch /opt/ovt/x)", "`touch /opt/ovt/x`;&|<>*?[a]{b,c}", "-", "--", "--id=b", "=", " ", " a ",
+    "a\nb", "a\tb\r", "%s %1$s", "Gr\u00fc\u00dfe \u2713", "$version", "~", "#", "@x", "\u00a0"])
+def test_odd_identifiers_are_added_found_changed_and_removed(host, id):
+    result = host.handler(**{**PLAIN, "id": id})
+    assert (result["changed"], result["handler"]["id"]) == (True, id)
+    assert changed(host, id=id, displayname="new")
+    assert changed(host, id=id, state="absent")
+    assert host.registry == document()
+    assert not host.exists("/opt/ovt/x")
+
+
 @pytest.mark.parametrize("value", ["-x", "--id=b", "a=b", " ", "~ $HOME", "Grüße \"'\\ 100%"])
 def test_odd_names_arrive_as_they_are_and_settle(host, value):
     host.registry = document(STORED)

@@ -8,6 +8,9 @@ import time
 
 FOLDER = "/etc/ovt"
 DEPOTCTL = "/opt/ovt/admin/sbin/depotctl"
+# In the order in which they are given to the program.
+FIELDS = ("displayname", "path", "clipath", "phpini", "type", "service", "poold")
+FPM_FIELDS = ("service", "poold")
 # A reread drops a custom handler with one of these.
 RESERVED = ("module", "cgi", "fastcgi")
 
@@ -95,3 +98,7 @@ class Registry:
 
 def command_line(*words):
     return " ".join(map(shlex.quote, words))
+
+
+def expanded(name, version):
+    return name.replace("$version", version or "")

@@ -139,11 +139,8 @@ import string
 
 from ansible.module_utils.basic import AnsibleModule
 from ansible_collections.ovt.tamrix.plugins.module_utils.registry import (
-    CHANGING_OPTIONS, DEPOTCTL, RESERVED, Registry, command_line)
+    CHANGING_OPTIONS, DEPOTCTL, FIELDS, FPM_FIELDS, RESERVED, Registry, command_line, expanded)
 
-# In the order in which they are given to the program.
-FIELDS = ("displayname", "path", "clipath", "phpini", "type", "service", "poold")
-FPM_FIELDS = ("service", "poold")
 # An update that is given one of these reads the version again.
 PROBED = ("path", "clipath", "phpini")
 
@@ -173,10 +170,6 @@ def words(command, id, values):
     for name, value in {"id": id, **values}.items():
         words += [f"--{name}={value}"] if value else [f"--{name}", ""]
     return words
-
-
-def expanded(name, version):
-    return name.replace("$version", version or "")
 
 
 def differences(wanted, listed):

@@ -25,8 +25,10 @@ attributes:
 options:
   only_stale:
     description:
-      - Reread only when a package file, or their folder, is as new as the registry or newer.
-      - A run that was interrupted between a package file and the reread is thus completed by the next one.
+      - Reread only when the listed system handlers are not those that the package files describe; the versions are
+        not probed for that. A run that was interrupted before its reread is thus completed by the next one.
+      - A file whose handler cannot be listed, because it is faulty or its interpreter is, leads to a reread each time,
+        and to the program's warning.
     type: bool
     default: false
 """
@@ -78,36 +80,64 @@ stderr:
   type: str
 """
 
-import glob
 import os
 
 from ansible.module_utils.basic import AnsibleModule
 from ansible_collections.ovt.tamrix.plugins.module_utils.registry import (
-    CHANGING_OPTIONS, FOLDER, Registry, command_line)
+    CHANGING_OPTIONS, FIELDS, FOLDER, FPM_FIELDS, Registry, command_line, expanded)
 
-REGISTRY = FOLDER + "/php_versions.json"
 PACKAGE_FILES = FOLDER + "/php_versions.d"
+# An fpm handler has a twin for dedicated pools.
+TWIN = "-dedicated"
 UNKNOWN = "check mode starts no interpreter: which handlers a reread would bring, drop or change is not known"
 
 
-def changed_at(path):
-    """In nanoseconds, 0 for what is not there."""
+def package_file(path):
+    """Its values by key, as far as the first section."""
+    values = {}
+    with open(path, encoding="utf-8", errors="surrogateescape") as file:
+        for line in map(str.strip, file):
+            if line.startswith("["):
+                break
+            key, equals, value = line.partition("=")
+            if equals and not line.startswith(";"):
+                values[key.strip()] = value.strip()
+    return values
+
+
+def package_files():
     try:
-        return os.stat(path).st_mtime_ns
+        paths = [f"{PACKAGE_FILES}/{name}" for name in os.listdir(PACKAGE_FILES) if name.endswith(".conf")]
     except OSError:
-        return 0
+        return []
+    return [package_file(path) for path in paths if os.path.isfile(path)]
 
 
-def stale():
-    sources = [PACKAGE_FILES, *glob.glob(PACKAGE_FILES + "/*.conf")]
-    return max(map(changed_at, sources)) >= changed_at(REGISTRY)
+def describes(values, handler):
+    """Whether a package file's values are those of a listed handler or, but for the pool, of its twin."""
+    fpm = values.get("type") == "fpm"
+    twin = fpm and handler["id"].endswith(TWIN) and not handler.get("poold")
+    wanted = {name: values.get(name, "") for name in FIELDS if fpm or name not in FPM_FIELDS}
+    wanted["displayname"] = expanded(wanted["displayname"], handler["version"])
+    if twin:
+        wanted["poold"] = ""
+    if "id" in values:
+        wanted["id"] = values["id"] + (TWIN if twin else "")
+    return all(handler.get(name) == value for name, value in wanted.items())
+
+
+def stale(handlers):
+    files = package_files()
+    listed = [handler for handler in handlers if handler["system"]]
+    return (any(not any(describes(file, handler) for handler in listed) for file in files)
+            or any(not any(describes(file, handler) for file in files) for handler in listed))
 
 
 def main():
     module = AnsibleModule(
         argument_spec={"only_stale": {"type": "bool", "default": False}, **CHANGING_OPTIONS}, supports_check_mode=True)
     registry = Registry(module)
-    if module.params["only_stale"] and not stale():
+    if module.params["only_stale"] and not stale(registry.handlers):
         module.exit_json(changed=False, handlers=registry.handlers)
     if module.check_mode:
         module.warn(UNKNOWN)

@@ -142,7 +142,7 @@ def uninstall(host):
 
 def kill_the_task(host):
     """The interpreter ends the module that had it started: a host that goes away in the middle."""
-    host.recorder(CGI, "task=$(awk '{ print $4 }' /proc/$PPID/stat)\nkill -9 $task")
+    host.recorder(CGI, "task=$(awk '{ print $4 }' /proc/$PPID/stat)\nkill -9 $task\nexec sleep 60")
 
 
 def test_each_failing_host_says_why_and_a_later_run_mends_what_it_can(fleet):

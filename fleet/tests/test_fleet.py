@@ -38,7 +38,7 @@ def test_the_role_brings_hosts_to_the_described_state(fleet):
     fleet = fleet("new", "used")
     used = fleet["used"]
     used.registry = document(record("other"), record("unwanted"), A.replace('"cgi"', '"fastcgi"'),
-                             record("old", system=True))
+                             record("old", displayname="name", system=True))
     used.write(f"{FILES}/old.conf", package(id="old"))
     used.hook("90-old")
     wanted = {**STATE, "php_handlers_package_files_absent": ["old"], "php_handlers_hooks_absent": ["90-old"]}

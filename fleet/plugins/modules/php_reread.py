@@ -93,14 +93,14 @@ UNKNOWN = "check mode starts no interpreter: which handlers a reread would bring
 
 
 def package_file(path):
-    """Its values by key, as far as the first section."""
+    """Its values by key, as far as the first section; a comment is a key that nobody asks for."""
     values = {}
     with open(path, encoding="utf-8", errors="surrogateescape") as file:
         for line in map(str.strip, file):
             if line.startswith("["):
                 break
             key, equals, value = line.partition("=")
-            if equals and not line.startswith(";"):
+            if equals:
                 values[key.strip()] = value.strip()
     return values
 

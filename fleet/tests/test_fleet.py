@@ -4,9 +4,8 @@ import fcntl
 import os
 import shutil
 
-from conftest import CGI, CLI, FOLDER, INI
 from debian_php import PHP, any_version, needed
-from registry_text import document, package, record
+from registry_text import CGI, CLI, INI, document, package, record
 
 ROLE = [{"name": "role", "ansible.builtin.import_role": {"name": "ovt.tamrix.php_handlers"}}]
 HOOKS, FILES = "/etc/ovt/php_configurator.d", "/etc/ovt/php_versions.d"
@@ -115,19 +114,16 @@ def test_the_example_brings_every_host_to_the_same_handlers(fleet):
     assert (again.status, again.changed()) == (0, set())
 
 
-def test_odd_values_pass_through_ansible_and_the_bare_name_works(fleet):
+def test_odd_values_pass_through_ansible_and_a_play_may_name_the_collection_once(fleet):
     fleet = fleet("one")
     odd = ["{{ lookup('env', 'HOME') }}", "a'b\"c\\", "$(touch /opt/ovt/x)", "-"]
-    # As the packages install it: a link in a folder of modules.
-    (fleet.folder / "library").mkdir()
-    (fleet.folder / "library/php_handler.py").symlink_to(FOLDER.parent / "plugins/modules/php_handler.py")
 
     def task(name, **arguments):
         return {"name": name, name: {"id": "{{ item }}", **arguments},
                 "loop": [{"__ansible_unsafe": value} for value in odd]}
 
     run = fleet.play([task("ovt.tamrix.php_handler", path=CGI, phpini=INI, type="cgi"),
-                      task("php_handler", state="absent")])
+                      {**task("php_handler", state="absent"), "collections": ["ovt.tamrix"]}])
     assert run.status == 0, run.text
     (added,) = run.results("ovt.tamrix.php_handler")["one"]
     assert [result["handler"]["id"] for result in added["results"]] == odd

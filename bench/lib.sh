@@ -22,7 +22,7 @@ new_host() {
     host=$(mktemp -d "${TMPDIR:-/tmp}/tamrix-bench.XXXXXX")
     tests/support/private-host create "$host" build/bench/tamrix
     mkdir -p "$host/opt/ovt/bench"
-    cp "$programs"/{spawn,capture,children,interpreter,yardstick} "$host/opt/ovt/bench/"
+    cp "$programs"/{spawn,capture,children,interpreter,rapidjson,simdjson} "$host/opt/ovt/bench/"
 }
 
 inside() {

@@ -1,5 +1,5 @@
-# Two interface targets: what every target is built with (tamrix_settings), and the warnings for our own sources
-# (tamrix_warnings). The presets for developers and the gate make warnings errors (CMAKE_COMPILE_WARNING_AS_ERROR).
+# Two interface targets: settings of every target (tamrix_settings) and the warnings for our own sources
+# (tamrix_warnings), which are errors in the presets for developers and CI only (CMAKE_COMPILE_WARNING_AS_ERROR).
 
 set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
 set(CMAKE_POSITION_INDEPENDENT_CODE ON)
@@ -19,13 +19,14 @@ if(CMAKE_SYSTEM_PROCESSOR STREQUAL x86_64)
 endif()
 target_link_options(tamrix_settings INTERFACE -Wl,-z,relro -Wl,-z,now -Wl,-z,noexecstack)
 
-# Clang only: both sanitizers (without vptr, whose runtime makes calls that the tests have fail), source-based coverage whose counters lie in the profile file itself, so that a process
-# that ends by _exit or a signal loses none, and the entry that libFuzzer needs. No FORTIFY: its checked calls would hide
-# from the sanitizers.
+# Clang only: both sanitizers, without vptr, whose runtime makes calls that the tests let fail; coverage counters that lie
+# in the profile file itself, so that a process that ends by _exit or a signal loses none; the entry that libFuzzer
+# needs. No FORTIFY: its checked calls would hide errors from the sanitizers.
 option(TAMRIX_INSTRUMENT "Build with sanitizers, counters and for fuzzing" OFF)
 if(TAMRIX_INSTRUMENT)
   target_compile_options(tamrix_settings INTERFACE
-    -fsanitize=address,undefined,fuzzer-no-link -fno-sanitize=vptr -fno-sanitize-recover=all -fno-omit-frame-pointer -U_FORTIFY_SOURCE
+    -fsanitize=address,undefined,fuzzer-no-link -fno-sanitize=vptr -fno-sanitize-recover=all
+    -fno-omit-frame-pointer -U_FORTIFY_SOURCE
     -fprofile-instr-generate -fcoverage-mapping -mllvm -runtime-counter-relocation)
   target_link_options(tamrix_settings INTERFACE -fsanitize=address,undefined -fprofile-instr-generate)
   target_compile_definitions(tamrix_settings INTERFACE _GLIBCXX_ASSERTIONS)

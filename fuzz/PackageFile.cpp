@@ -46,23 +46,11 @@ std::string fileOf(const PhpHandler& handler, IdLine id) {
     return text + (id == IdLine::written ? "\nid=" + handler.id : "") + "\n";
 }
 
-// Service and pool directory are asked for, and taken, for fpm only.
-void checkTypes(PhpHandler handler) {
-    using enum PhpHandlerType;
-    for (const PhpHandlerType type : {fpm, module, cgi, fastcgi}) {
-        handler.type = type;
-        handler.service = type == fpm ? "php-fpm" : "";
-        handler.poold = type == fpm ? "/pool.d" : "";
-        require(read(fileOf(handler, IdLine::written)).handler == handler, "each type is read with its keys");
-    }
-}
-
 void checkHandler(const PhpHandler& handler) {
     require(handler.system && handler.version.empty(), "a package handler is a system one without version");
     require(handler.type == PhpHandlerType::fpm || (handler.service.empty() && handler.poold.empty()),
             "service and pool directory belong to fpm");
     require(read(fileOf(handler, IdLine::written)).handler == handler, "written out, it is read as it was");
-    checkTypes(handler);
     PhpHandler unnamed = handler;
     computeHandlerId(unnamed);
     require(read(fileOf(handler, IdLine::leftOut)).handler == unnamed, "without an id one is computed");

@@ -47,13 +47,11 @@ std::optional<std::string> versionOf(std::string_view line) {
     return std::string(line.substr(start, end - start));
 }
 
-std::optional<std::string> firstVersion(std::string_view output) {
-    while (!output.empty()) {
-        const std::size_t length = std::min(output.find('\n'), output.size());
-        if (const auto version = versionOf(output.substr(0, length))) {
+std::optional<std::string> firstVersion(const std::string& output) {
+    for (const std::string& line : linesOf(output)) {
+        if (const auto version = versionOf(line)) {
             return version;
         }
-        output.remove_prefix(std::min(length + 1, output.size()));
     }
     return std::nullopt;
 }

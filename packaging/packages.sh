@@ -9,9 +9,9 @@ php_packages=(php-cgi php-cli php-fpm)
 unit_packages=(libgmock-dev libgtest-dev python3)
 test_packages=(cppcheck clang-format fish jq logrotate mandoc python3-jsonschema python3-pytest python3-pytest-xdist
     shellcheck strace zsh)
-full_packages=(ansible-core ansible-lint clang clang-tidy cpio debootstrap dpkg-dev file libclang-rt-dev lintian llvm
-    python3-voluptuous rpm rpmlint valgrind)
-bench_packages=(jq libsimdjson-dev rapidjson-dev)
+full_packages=(ansible-core ansible-lint clang clang-tidy cpio debootstrap dpkg-dev file g++-aarch64-linux-gnu
+    libclang-rt-dev lintian llvm python3-voluptuous qemu-user rpm rpmlint valgrind)
+bench_packages=(gnuplot-nox jq libsimdjson-dev rapidjson-dev)
 
 # What runs as root. Services of the new packages are neither started nor left enabled: Debian's answer "do not start
 # services" is laid down unless there is one, and links that enable a service go again when they are new.

@@ -23,10 +23,6 @@ public:
     const_iterator begin() const { return records_.begin(); }
     const_iterator end() const { return records_.end(); }
 
-    // What the writers take; valid while the registry is unchanged. Throws std::runtime_error for a record
-    // whose type is none of the four.
-    operator HandlerViews() const { return {begin(), end()}; }
-
     // Calls `keep` with each record, first to last, and removes those for which it returns false. `keep` may
     // change a record, but not its id. When it throws, the registry is empty.
     void keepIf(const std::function<bool(PhpHandler&)>& keep);

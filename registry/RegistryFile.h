@@ -23,6 +23,7 @@ public:
 
     // In file order, no two with the same id, display names decoded. Valid while the snapshot is.
     const HandlerViews& handlers() const { return handlers_; }
+    HandlerViews& handlers() { return handlers_; }
 
 private:
     ByteBuffer text_;

@@ -6,6 +6,7 @@
 #include <string>
 #include <string_view>
 
+#include "registry/HandlerRegistry.h"
 #include "registry/PlainBytes.h"
 
 namespace quelm {
@@ -90,11 +91,12 @@ void appendHandler(std::string& output, const HandlerView& handler, bool forStor
 
 } // namespace
 
-void writeRegistryJson(const HandlerViews& registry, std::ostream& stream, bool forStorage) {
+template <class Handlers>
+void writeRegistryJson(const Handlers& registry, std::ostream& stream, bool forStorage) {
     constexpr std::size_t longestPiece = 65536;
     std::string piece = "{\"php\":[";
     std::string_view separator;
-    for (const HandlerView& handler : registry) {
+    for (const auto& handler : registry) {
         piece += separator;
         separator = ",";
         appendHandler(piece, handler, forStorage);
@@ -107,6 +109,9 @@ void writeRegistryJson(const HandlerViews& registry, std::ostream& stream, bool 
     stream.write(piece.data(), static_cast<std::streamsize>(piece.size()));
 }
 
+template void writeRegistryJson(const HandlerViews&, std::ostream&, bool);
+template void writeRegistryJson(const HandlerRegistry&, std::ostream&, bool);
+
 namespace {
 
 constexpr std::size_t columns = 10;
@@ -118,17 +123,19 @@ constexpr Cells titles{"id:",      "display name:", "version:", "type:",    "cgi
                        "cli-bin:", "php.ini:",      "system:",  "service:", "pool.d:"};
 
 // Calls `use` with the cells of each row; they are valid during the call only.
-template <class Use>
-void forEachRow(const HandlerViews& registry, Use use) {
+template <class Handlers, class Use>
+void forEachRow(const Handlers& registry, Use use) {
     use(titles);
-    for (const HandlerView& handler : registry) {
+    for (const auto& element : registry) {
+        const HandlerView& handler = element;
         const std::string name = expandedDisplayName(handler);
         use(Cells{handler.id, name, handler.version, handler.type, handler.path, handler.clipath,
                   handler.phpini, handler.system ? "*" : "", handler.service, handler.poold});
     }
 }
 
-Widths measure(const HandlerViews& registry) {
+template <class Handlers>
+Widths measure(const Handlers& registry) {
     Widths widths{};
     forEachRow(registry, [&](const Cells& cells) {
         for (std::size_t column = 0; column < columns; ++column) {
@@ -148,7 +155,8 @@ void appendRow(std::string& output, const Cells& cells, const Widths& widths) {
 
 } // namespace
 
-void writeHandlerTable(const HandlerViews& registry, std::ostream& stream) {
+template <class Handlers>
+void writeHandlerTable(const Handlers& registry, std::ostream& stream) {
     constexpr std::size_t longestPiece = 65536;
     const Widths widths = measure(registry);
     std::string piece;
@@ -161,5 +169,8 @@ void writeHandlerTable(const HandlerViews& registry, std::ostream& stream) {
     });
     stream.write(piece.data(), static_cast<std::streamsize>(piece.size()));
 }
+
+template void writeHandlerTable(const HandlerViews&, std::ostream&);
+template void writeHandlerTable(const HandlerRegistry&, std::ostream&);
 
 } // namespace quelm

@@ -11,15 +11,20 @@
 
 namespace quelm {
 
+// `registry` is HandlerViews or a HandlerRegistry, of which one view at a time is made. Both functions throw
+// std::runtime_error for a record whose type is none of the four, and leave a stream that fails to the
+// caller.
+
 // Writes the document, for storage with percent-encoded display names, else with expanded ones. A long one is
-// written in pieces of about 64 KiB. Throws std::runtime_error when a display name cannot be encoded. A
-// stream that fails is left to the caller.
-void writeRegistryJson(const HandlerViews& registry, std::ostream& stream, bool forStorage);
+// written in pieces of about 64 KiB. Throws std::runtime_error when a display name cannot be encoded.
+template <class Handlers>
+void writeRegistryJson(const Handlers& registry, std::ostream& stream, bool forStorage);
 
 // Writes a row of titles and a row per handler in registry order: ten right-aligned columns, two blanks
 // between them, each as wide as its longest value counted in bytes. Display names are expanded; service and
-// pool directory are shown whatever the type. A stream that fails is left to the caller.
-void writeHandlerTable(const HandlerViews& registry, std::ostream& stream);
+// pool directory are shown whatever the type.
+template <class Handlers>
+void writeHandlerTable(const Handlers& registry, std::ostream& stream);
 
 // A value that takes more bytes in this form, quotes not counted, is replaced by null.
 inline constexpr std::size_t longestJsonValue = 4087;

@@ -2,73 +2,43 @@
 
 #include <cerrno>
 #include <csignal>
-#include <cstdlib>
-#include <string>
+#include <vector>
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <sys/sysmacros.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
 
-#include "tests/support/InChild.h"
+#include "tests/support/Captured.h"
+#include "tests/support/ProcessState.h"
+
+namespace quelm::test {
 
 namespace {
 
-using quelm::prepareProcess;
-using quelm::test::inChild;
-
-bool isNullDevice(int descriptor) {
-    struct stat status {};
-    return ::fstat(descriptor, &status) == 0 && S_ISCHR(status.st_mode) && status.st_rdev == makedev(1, 3) &&
-           (::fcntl(descriptor, F_GETFL) & O_ACCMODE) == O_RDWR;
-}
-
-TEST(ProcessStart, EveryClosedStandardDescriptorIsOpenedOnTheNullDevice) {
+TEST(ProcessStart, EveryClosedStandardDescriptorIsOpenedOnTheNullDeviceAndNothingElse) {
     for (int closed = 0; closed < 8; ++closed) {
-        const auto outcome = inChild([closed] {
-            for (int descriptor = 0; descriptor < 3; ++descriptor) {
-                if ((closed >> descriptor & 1) != 0) {
-                    ::close(descriptor);
-                }
-            }
+        EXPECT_TRUE(holdsInChild([closed] {
+            ::dup2(STDOUT_FILENO, STDIN_FILENO); // which may be the null device already
+            const std::vector<int> before = openDescriptors();
+            closeStandard(closed);
             prepareProcess();
+            bool right = openDescriptors() == before;
             for (int descriptor = 0; descriptor < 3; ++descriptor) {
-                if (isNullDevice(descriptor) != ((closed >> descriptor & 1) != 0)) {
-                    ::_exit(1 + descriptor);
-                }
+                right = right && isNullDevice(descriptor) == ((closed >> descriptor & 1) != 0);
             }
-            ::_exit(0);
-        });
-        EXPECT_EQ(outcome.exitStatus(), 0) << "closed set " << closed;
+            return right;
+        })) << closed;
     }
 }
 
-TEST(ProcessStart, NothingIsOpenedWhenNothingIsClosed) {
-    const auto outcome = inChild([] {
-        const int before = ::dup(0);
-        ::close(before);
-        prepareProcess();
-        const int after = ::dup(0);
-        std::exit(before == after ? 0 : 1);
-    });
-    EXPECT_EQ(outcome.exitStatus(), 0);
-}
-
 TEST(ProcessStart, AnIgnoredChildSignalGoesBackToItsDefault) {
-    const auto outcome = inChild([] {
+    EXPECT_TRUE(holdsInChild([] {
         std::signal(SIGCHLD, SIG_IGN);
         std::signal(SIGPIPE, SIG_IGN);
         prepareProcess();
-        const bool childDefault = std::signal(SIGCHLD, SIG_DFL) == SIG_DFL;
-        const bool pipeUntouched = std::signal(SIGPIPE, SIG_DFL) == SIG_IGN;
-        std::exit(childDefault && pipeUntouched ? 0 : 1);
-    });
-    EXPECT_EQ(outcome.exitStatus(), 0);
+        return std::signal(SIGCHLD, SIG_DFL) == SIG_DFL && std::signal(SIGPIPE, SIG_DFL) == SIG_IGN;
+    }));
 }
-
-using quelm::ScopedSignal;
 
 // The disposition that a signal has now.
 void (*handlerOf(int signal))(int) {
@@ -103,3 +73,5 @@ TEST(ScopedSignal, LeavesErrnoOfTheBlock) {
 }
 
 } // namespace
+
+} // namespace quelm::test

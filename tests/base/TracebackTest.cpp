@@ -1,48 +1,31 @@
 #include "base/Traceback.h"
 
 #include <algorithm>
-#include <regex>
 #include <sstream>
 
 #include <gtest/gtest.h>
 
-#include "tests/support/FlushedText.h"
+#include "tests/support/Captured.h"
 
 using quelm::demangle;
 using quelm::readableFrame;
 using quelm::readableTypeName;
 
-TEST(Demangle, GivesTheReadableName) {
+TEST(Demangle, GivesTheReadableNameOfAMangledOne) {
     EXPECT_EQ(demangle("_ZN5quelm8dispatchEiPPc"), "quelm::dispatch(int, char**)");
-}
-
-TEST(Demangle, RefusesWhatIsNotAMangledName) {
     EXPECT_EQ(demangle("main()"), std::nullopt);
     EXPECT_EQ(demangle(""), std::nullopt);
-}
-
-TEST(ReadableTypeName, KeepsARawNameThatCannotBeDemangled) {
     EXPECT_EQ(readableTypeName("not-a-name"), "not-a-name");
-}
-
-TEST(ReadableTypeName, SkipsALeadingAsterisk) {
     EXPECT_EQ(readableTypeName("*St13runtime_error"), "std::runtime_error");
     EXPECT_EQ(readableTypeName("*not-a-name"), "not-a-name");
 }
 
-TEST(ReadableFrame, ReplacesTheNameBetweenBracketAndOffset) {
-    EXPECT_EQ(readableFrame("prog(_ZN5quelm10printUsageEv+0x12) [0x55d0]"),
-              "prog(quelm::printUsage()+0x12) [0x55d0]");
-}
-
-TEST(ReadableFrame, TakesTheFirstBracketAndTheFirstPlusAfterIt) {
+// It stands between the first bracket and the first plus behind it.
+TEST(ReadableFrame, ReplacesAMangledNameAndNothingElse) {
     EXPECT_EQ(readableFrame("/opt/c++/prog(_ZN5quelm10printUsageEv+0x12) [0x55d0]"),
               "/opt/c++/prog(quelm::printUsage()+0x12) [0x55d0]");
     EXPECT_EQ(readableFrame("prog(_ZN5quelm10printUsageEv+0x12+3) (x+1)"),
               "prog(quelm::printUsage()+0x12+3) (x+1)");
-}
-
-TEST(ReadableFrame, KeepsALineWithoutAMangledName) {
     for (const char* line : {"prog(main+0x1c) [0x55d0]", "prog(+0x1c) [0x55d0]", "prog() [0x55d0]",
                              "prog [0x55d0]", "c++ [0x55d0]", ""}) {
         EXPECT_EQ(readableFrame(line), line);
@@ -57,12 +40,10 @@ bool captureFails = false;
 
 extern "C" {
 int __real_backtrace(void** addresses, int count);
-int __wrap_backtrace(void** addresses, int count);
 int __wrap_backtrace(void** addresses, int count) {
     return captureFails ? -1 : __real_backtrace(addresses, count);
 }
 char** __real_backtrace_symbols(void* const* addresses, int count);
-char** __wrap_backtrace_symbols(void* const* addresses, int count);
 char** __wrap_backtrace_symbols(void* const* addresses, int count) {
     ++symbolCalls;
     return symbolsFail ? nullptr : __real_backtrace_symbols(addresses, count);
@@ -133,17 +114,19 @@ TEST_F(TracebackPrint, LeavesOutTheSkippedFrames) {
     EXPECT_NE(oneMore.find("captureHere"), std::string::npos) << oneMore;
 }
 
-TEST_F(TracebackPrint, FewerFramesThanToSkipGiveOnlyTheAddressesHeader) {
-    EXPECT_EQ(print(Traceback(50)), "Traceback addresses:\n");
-}
-
 TEST_F(TracebackPrint, WithoutSymbolLinesTheAddressesAreShown) {
     symbolsFail = true;
     const std::string text = print(traceback_test::captureHere(0));
-    EXPECT_TRUE(std::regex_match(text, std::regex("Traceback addresses:\n(\t0x[0-9a-f]+\n){2,11}"))) << text;
+    EXPECT_TRUE(text.starts_with("Traceback addresses:\n\t0x") && text.ends_with("\n")) << text;
+    const auto frames = std::count(text.begin(), text.end(), '\n') - 1;
+    EXPECT_EQ(std::count(text.begin(), text.end(), '\t'), frames);
+    EXPECT_EQ(std::count(text.begin(), text.end(), 'x'), frames);
+    EXPECT_TRUE(frames >= 2 && frames <= 11) << text;
+    EXPECT_EQ(text.find_first_not_of("0123456789abcdefx\t\n", text.find('\t')), std::string::npos) << text;
 }
 
-TEST_F(TracebackPrint, AFailedCaptureCountsAsNoFrames) {
+TEST_F(TracebackPrint, NoFramesOrFewerThanToSkipGiveOnlyTheAddressesHeader) {
+    EXPECT_EQ(print(Traceback(50)), "Traceback addresses:\n");
     captureFails = true;
     EXPECT_EQ(print(Traceback(0)), "Traceback addresses:\n");
     EXPECT_EQ(print(Traceback(3)), "Traceback addresses:\n");

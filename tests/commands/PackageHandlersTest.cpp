@@ -6,7 +6,8 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/support/InChild.h"
+#include "tests/registry/TestRegistry.h"
+#include "tests/support/Captured.h"
 #include "tests/support/TempDir.h"
 
 namespace {
@@ -15,6 +16,8 @@ namespace fs = std::filesystem;
 using quelm::HandlerRegistry;
 using quelm::PhpHandler;
 using quelm::PhpHandlerType;
+using quelm::test::CapturedStreams;
+using quelm::test::idsOf;
 using quelm::test::TempDir;
 
 class PackageHandlers : public testing::Test {
@@ -22,9 +25,9 @@ protected:
     // Reads the directory and returns what was printed.
     std::string read() { return readFrom(directory_.path()); }
     std::string readFrom(const std::string& directory) {
-        testing::internal::CaptureStderr();
+        const CapturedStreams captured;
         readPackageHandlers(registry_, directory);
-        return testing::internal::GetCapturedStderr();
+        return captured.error();
     }
     // The outcome of a single file of this text.
     std::string readFile(const std::string& text) {
@@ -49,15 +52,8 @@ const std::string cgiFile =
 TEST_F(PackageHandlers, AFileBecomesASystemHandlerWithAnEmptyVersion) {
     EXPECT_EQ(readFile(cgiFile + "id=php81\nunknown=ignored\n"), "");
     ASSERT_EQ(registry_.size(), 1u);
-    const PhpHandler& handler = std::as_const(registry_)[0];
-    EXPECT_EQ(handler.id, "php81");
-    EXPECT_EQ(handler.displayname, "PHP $version");
-    EXPECT_EQ(handler.path, "/p/php-cgi");
-    EXPECT_EQ(handler.clipath, "/p/php");
-    EXPECT_EQ(handler.phpini, "/p/php.ini");
-    EXPECT_EQ(handler.type, PhpHandlerType::cgi);
-    EXPECT_EQ(handler.version, "");
-    EXPECT_TRUE(handler.system);
+    EXPECT_EQ(registry_[0], (PhpHandler{"php81", "PHP $version", "/p/php-cgi", "/p/php", "", "/p/php.ini", "",
+                                        "", PhpHandlerType::cgi, true}));
 }
 
 TEST_F(PackageHandlers, AnAbsentIdIsComputedFromNamePathIniAndType) {
@@ -71,16 +67,13 @@ TEST_F(PackageHandlers, AnEmptyIdIsUsedAndThenRefused) {
     EXPECT_TRUE(registry_.empty());
 }
 
-TEST_F(PackageHandlers, ServiceAndPoolDirectoryAreNotReadForOtherTypes) {
-    EXPECT_EQ(readFile(cgiFile + "service=s\npoold=/d\n"), "");
-    EXPECT_EQ(std::as_const(registry_)[0].service, "");
-    EXPECT_EQ(std::as_const(registry_)[0].poold, "");
-}
-
-TEST_F(PackageHandlers, EveryTypeIsAccepted) {
+TEST_F(PackageHandlers, EveryOtherTypeIsAcceptedWithoutServiceAndPoolDirectory) {
     for (const std::string type : {"module", "cgi", "fastcgi"}) {
-        EXPECT_EQ(readFile("displayname=n\npath=p\nclipath=\nphpini=\ntype=" + type + "\n"), "");
+        EXPECT_EQ(
+            readFile("displayname=n\npath=p\nclipath=\nphpini=\nservice=s\npoold=/d\ntype=" + type + "\n"),
+            "");
         EXPECT_EQ(formatHandlerType(std::as_const(registry_)[0]), type);
+        EXPECT_EQ(std::as_const(registry_)[0].service + std::as_const(registry_)[0].poold, "");
     }
 }
 
@@ -95,10 +88,8 @@ TEST_F(PackageHandlers, MissingKeysAreReportedInTheOrderOfReading) {
         EXPECT_TRUE(registry_.empty());
         text += count < lines.size() ? lines[count] + "\n" : "";
     }
-}
-
-TEST_F(PackageHandlers, KeysBelowASectionHeaderAreMissing) {
     EXPECT_EQ(readFile("[php]\n" + cgiFile), readingError("No such node (displayname)"));
+    EXPECT_EQ(readFile("\xef\xbb\xbf" + cgiFile), readingError("No such node (displayname)"));
 }
 
 TEST_F(PackageHandlers, AnUnknownTypeIsAnAddingError) {
@@ -113,10 +104,6 @@ TEST_F(PackageHandlers, TheParsersOwnErrorsNameFileAndLine) {
     EXPECT_EQ(readFile("[s]\nk=1\n[s]\n"), readingError(path + "(3): duplicate section name"));
     EXPECT_EQ(readFile("=v\n"), readingError(path + "(1): key expected"));
     EXPECT_EQ(readFile("[s\n"), readingError(path + "(1): unmatched '['"));
-}
-
-TEST_F(PackageHandlers, AByteOrderMarkIsPartOfTheFirstKey) {
-    EXPECT_EQ(readFile("\xef\xbb\xbf" + cgiFile), readingError("No such node (displayname)"));
 }
 
 TEST_F(PackageHandlers, BlanksCarriageReturnsAndCommentLinesAreTakenAway) {
@@ -161,32 +148,26 @@ TEST_F(PackageHandlers, OnlyRegularFilesThatEndInConfAreRead) {
     EXPECT_NE(find(registry_, "linked"), nullptr);
 }
 
-TEST_F(PackageHandlers, ABadFileStopsNoOther) {
-    directory_.write("a.conf", "bad\n");
-    directory_.write("b.conf", cgiFile + "id=b\n");
-    directory_.write("c.conf", "bad\n");
+TEST_F(PackageHandlers, ABadFileOrTheSecondWithAnIdStopsNoOther) {
+    for (const char* name : {"a.conf", "c.conf"}) {
+        directory_.write(name, cgiFile + "id=same\n");
+    }
     directory_.write("d.conf", cgiFile + "id=d\n");
+    const std::string error = read();
+    EXPECT_EQ(registry_.size(), 2u);
+    EXPECT_TRUE(error.starts_with("Error adding handler from " + directory_.path())) << error;
+    EXPECT_TRUE(error.ends_with(".conf: Handler with id = `same' already exists\n")) << error;
+    registry_ = HandlerRegistry();
+    directory_.write("b.conf", "bad\n");
+    directory_.write("c.conf", "bad\n");
     read();
     EXPECT_EQ(registry_.size(), 2u);
 }
 
-TEST_F(PackageHandlers, TheSecondFileWithAnIdIsRefused) {
-    directory_.write("a.conf", cgiFile + "id=same\n");
-    directory_.write("b.conf", cgiFile + "id=same\n");
-    const std::string error = read();
-    EXPECT_EQ(registry_.size(), 1u);
-    EXPECT_TRUE(error.starts_with("Error adding handler from " + directory_.path())) << error;
-    EXPECT_TRUE(error.ends_with(".conf: Handler with id = `same' already exists\n")) << error;
-}
-
-TEST_F(PackageHandlers, AMissingDirectoryOrAFileInItsPlaceAddsNothing) {
+TEST_F(PackageHandlers, AMissingDirectoryOrAFileInItsPlaceAddsNothingAndALoopThrows) {
     EXPECT_EQ(readFrom(directory_.path("none")), "");
-    directory_.write("file", cgiFile);
-    EXPECT_EQ(readFrom(directory_.path("file")), "");
+    EXPECT_EQ(readFrom(directory_.write("file", cgiFile)), "");
     EXPECT_TRUE(registry_.empty());
-}
-
-TEST_F(PackageHandlers, ADirectoryThatCannotBeExaminedThrows) {
     fs::create_symlink("loop", directory_.path("loop"));
     EXPECT_THROW(readPackageHandlers(registry_, directory_.path("loop")), fs::filesystem_error);
 }
@@ -199,9 +180,9 @@ protected:
         directory_.script("php-fpm", interpreterBody);
         directory_.write("x.conf", "displayname=n\npath=" + php_ +
                                        "\nclipath=/c\nphpini=/i\ntype=fpm\nservice=s\npoold=/d\nid=f\n");
-        testing::internal::CaptureStderr();
+        const CapturedStreams captured;
         readPackageHandlers(registry_, directory_.path());
-        return testing::internal::GetCapturedStderr();
+        return captured.error();
     }
     bool hasTwin(const std::string& version) {
         EXPECT_EQ(readWith("echo 'PHP " + version + " (fpm-fcgi)'"), "");
@@ -215,20 +196,11 @@ protected:
 
 TEST_F(Twin, IsTheSameHandlerWithoutAPoolDirectory) {
     ASSERT_TRUE(hasTwin("8.1.2"));
-    const PhpHandler& first = std::as_const(registry_)[0];
-    const PhpHandler& twin = std::as_const(registry_)[1];
-    EXPECT_EQ(first.id, "f");
-    EXPECT_EQ(first.poold, "/d");
-    EXPECT_EQ(twin.id, "f-dedicated");
-    EXPECT_EQ(twin.poold, "");
-    EXPECT_EQ(twin.displayname, "n");
-    EXPECT_EQ(twin.path, php_);
-    EXPECT_EQ(twin.clipath, "/c");
-    EXPECT_EQ(twin.phpini, "/i");
-    EXPECT_EQ(twin.service, "s");
-    EXPECT_EQ(twin.version, "");
-    EXPECT_EQ(twin.type, PhpHandlerType::fpm);
-    EXPECT_TRUE(twin.system);
+    PhpHandler expected{"f", "n", php_, "/c", "", "/i", "s", "/d", PhpHandlerType::fpm, true};
+    EXPECT_EQ(registry_[0], expected);
+    expected.id = "f-dedicated";
+    expected.poold = "";
+    EXPECT_EQ(registry_[1], expected);
 }
 
 TEST_F(Twin, ExistsFromSevenThreeOnInTheOrderOfStrverscmp) {
@@ -241,25 +213,16 @@ TEST_F(Twin, ExistsFromSevenThreeOnInTheOrderOfStrverscmp) {
     }
 }
 
-TEST_F(Twin, AFailingProbeLeavesTheFirstHandler) {
-    EXPECT_EQ(readWith("exit 1"), "Error adding handler from " + directory_.path("x.conf") +
-                                      ": can not get version from " + php_ + "\n");
-    ASSERT_EQ(registry_.size(), 1u);
-    EXPECT_EQ(std::as_const(registry_)[0].id, "f");
-}
-
-TEST_F(Twin, ATakenIdLeavesTheFirstHandler) {
+TEST_F(Twin, AFailingProbeOrATakenIdLeavesTheFirstHandler) {
+    const std::string failed = "Error adding handler from " + directory_.path("x.conf") + ": ";
+    EXPECT_EQ(readWith("exit 1"), failed + "can not get version from " + php_ + "\n");
+    EXPECT_EQ(idsOf(registry_), "f");
     readWith("echo PHP 8.1");
-    HandlerRegistry taken;
-    PhpHandler other;
-    other.id = "f-dedicated";
-    add(taken, other);
-    testing::internal::CaptureStderr();
-    readPackageHandlers(taken, directory_.path());
-    EXPECT_EQ(testing::internal::GetCapturedStderr(),
-              "Error adding handler from " + directory_.path("x.conf") +
-                  ": Handler with id = `f-dedicated' already exists\n");
-    EXPECT_EQ(taken.size(), 2u);
+    registry_ = quelm::test::registryOf({quelm::test::handlerWithId("f-dedicated")});
+    const CapturedStreams captured;
+    readPackageHandlers(registry_, directory_.path());
+    EXPECT_EQ(captured.error(), failed + "Handler with id = `f-dedicated' already exists\n");
+    EXPECT_EQ(idsOf(registry_), "f-dedicatedf");
 }
 
 TEST_F(Twin, OtherTypesAreNotProbed) {

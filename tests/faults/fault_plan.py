@@ -1,63 +1,58 @@
 """Which calls are failed with which errors, and what each command does when none fails."""
 
 import collections
-import dataclasses
+import functools
+import operator
 import re
 
+import commands
+from commands import ADD, ADDED
 from private_host import REGISTRY
-from registry_text import CGI, CLI, INI, document, record
+from registry_text import EMPTY, document, record
 
 # The errors that each call is made to give.
-ERRORS = {
-    "mmap": ("ENOMEM",), "mremap": ("ENOMEM",),
-    "openat": ("EMFILE", "ENOMEM", "EIO", "EINTR", "ENOSPC"),
-    "read": ("EINTR", "EAGAIN", "EIO", "ENOMEM"),
-    "write": ("EINTR", "EAGAIN", "EIO", "ENOSPC", "EPIPE"),
-    "pipe": ("EMFILE",), "pipe2": ("EMFILE", "ENOMEM"), "fcntl": ("EINTR", "EMFILE", "EIO"),
-    "clone": ("EAGAIN", "ENOMEM"), "clone3": ("EAGAIN", "ENOMEM"),
-    "select": ("EINTR", "ENOMEM", "EIO"), "pselect6": ("EINTR", "ENOMEM", "EIO"),
-    "poll": ("EINTR", "ENOMEM"), "wait4": ("EINTR", "ECHILD", "EIO"),
-    "newfstatat": ("EIO", "ENOMEM", "EINTR"), "fstat": ("EIO", "ENOMEM"), "getdents64": ("EIO", "ENOMEM", "EINTR"),
-    "lseek": ("EIO",), "dup2": ("EINTR", "EMFILE", "EIO"), "execve": ("EAGAIN", "ENOMEM", "EIO", "EMFILE"),
-    "socket": ("EMFILE", "ENOMEM"), "connect": ("EAGAIN", "EINTR"), "sendto": ("EAGAIN", "ENOMEM", "EPIPE"),
-    "setuid": ("EAGAIN",), "setgid": ("EAGAIN",), "chdir": ("EIO",), "close_range": ("ENOMEM", "EIO"),
-    "sysinfo": ("EIO",), "readlink": ("EIO",), "access": ("EIO",),
-}
+ERRORS = {call: errors.split() for calls, errors in (
+    ("mmap mremap", "ENOMEM"), ("openat", "EMFILE ENOMEM EIO EINTR ENOSPC"), ("read", "EINTR EAGAIN EIO ENOMEM"),
+    ("write", "EINTR EAGAIN EIO ENOSPC EPIPE"), ("pipe", "EMFILE"), ("pipe2 socket", "EMFILE ENOMEM"),
+    ("fcntl dup2", "EINTR EMFILE EIO"), ("clone clone3", "EAGAIN ENOMEM"), ("poll", "EINTR ENOMEM"),
+    ("select pselect6 newfstatat getdents64", "EINTR ENOMEM EIO"), ("wait4", "EINTR ECHILD EIO"),
+    ("fstat close_range", "EIO ENOMEM"), ("lseek chdir sysinfo readlink access", "EIO"), ("setuid setgid", "EAGAIN"),
+    ("execve", "EAGAIN ENOMEM EIO EMFILE"), ("connect", "EAGAIN EINTR"), ("sendto", "EAGAIN ENOMEM EPIPE"),
+) for call in calls.split()}
 # Calls that cannot fail when they are made as they are here; close is tried apart.
 NEVER = {"rt_sigaction", "rt_sigprocmask", "munmap", "mprotect", "getpid", "gettid", "gettimeofday", "clock_gettime",
          "exit_group", "set_robust_list", "prlimit64", "futex", "getrandom", "umask", "close", "getuid", "brk"}
-OLD = (record("a", displayname="n"), record("f", type="fpm", service="s", poold="/p", displayname="n"))
 
 
-@dataclasses.dataclass
-class Command:
-    name: str
-    words: tuple
-    prepare: object = None
+# A call, and the registry before it; None where a folder is in the file's place.
+Command = collections.namedtuple("Command", "name words before")
+# One series: N goes up from the first until nothing is injected any more.
+Fault = collections.namedtuple("Fault", "command where call error first path", defaults=("",))
+OTHER = record("other", displayname="n")
 
 
-def folder_for_registry(host):
-    host.path(REGISTRY).mkdir()
+def beside_another(registry):
+    """The registry with one more record in front."""
+    return registry.replace('{"php":[', f'{{"php":[{OTHER},') if registry else document(OTHER)
+
+
+def every_command():
+    """Each with the registry that the one before it left."""
+    before = ""
+    for word, command in commands.COMMANDS.items():
+        yield Command(word, command.words, beside_another(before))
+        before = command.registry
 
 
 COMMANDS = [
-    Command("help", ("--help",)),
-    Command("list", ("--list",)),
-    Command("list-json", ("--list-json",)),
-    Command("add", ("--add", "--path", CGI, "--clipath", CLI, "--phpini", INI, "--type", "cgi", "--id", "x")),
-    Command("add fpm", ("--add", "--path", CGI, "--phpini", INI, "--type", "fpm", "--service", "s", "--poold", "/p")),
-    Command("add, no registry file possible", ("--add", "--path", CGI, "--phpini", INI, "--type", "cgi", "--id", "x"),
-            folder_for_registry),
-    Command("update of the path", ("--update", "--id", "a", "--path", CGI, "--displayname", "m")),
-    Command("update of the service", ("--update", "--id", "f", "--service", "t", "--displayname", "m")),
-    Command("remove", ("--remove", "--id", "a")),
-    Command("reread", ("--reread",)),
-]
+    Command("--help", ("--help",), EMPTY), *every_command(), Command("--add, no file possible", ADD, None),
+    Command("--update of a service", ("--update", "--id", "x", "--service", "t", "--displayname", "m"),
+            beside_another(document(ADDED)))]
 
 
 def call_of(line):
     found = re.match(r"(?:\d+ +)?(\w+)\(", line)
-    return found.group(1) if found else None
+    return found and found[1]
 
 
 class Reference:
@@ -65,58 +60,35 @@ class Reference:
 
     def __init__(self, runner, command):
         self.command = command
-        self.before = "" if command.prepare else document(*OLD)
-        clean = runner.run(command, "--trace=all")
-        assert clean.status == 0, (command.name, clean)
-        self.clean = clean
-        self.after = clean.registry
-        self.after_none = runner.run(command, "--trace=all", records=()).registry
-        calls = [call_of(line) for line in clean.trace]
-        main = next(n for n, line in enumerate(clean.trace) if "F_GETFD" in line)
+        self.before = command.before or ""
+        self.clean = runner.run(command, "--trace=all")
+        assert self.clean.status == 0, (command.name, self.clean)
+        self.after = self.clean.registry
+        self.after_none = runner.run(command._replace(before=command.before and ""), "--trace=all").registry
+        calls = [call_of(line) for line in self.clean.trace]
+        main = next(n for n, line in enumerate(self.clean.trace) if "F_GETFD" in line)
         self.before_main = collections.Counter(filter(None, calls[:main]))
         self.own = collections.Counter(call for call in calls[main:] if call and call != "execve")
-        self.children()(runner.run(command, "-f", "--detach-on=execve", "--trace=all"))
-
-    def children(self):
-        def read(clean):
-            parent = clean.trace[0].split()[0]
-            per_child = collections.defaultdict(collections.Counter)
-            self.programs = []
-            for line in clean.trace:
-                pid, call = line.split()[0], call_of(line)
-                if pid != parent and call == "execve":
-                    self.programs.append(re.search(r'execve\("([^"]*)"', line).group(1))
-                elif pid != parent and call:
-                    per_child[pid][call] += 1
-            self.child = collections.Counter()
-            for counts in per_child.values():
-                self.child |= counts
-        return read
+        trace = runner.run(command, "-f", "--detach-on=execve", "--trace=all").trace
+        of_children = [line for line in trace if line.split()[0] != trace[0].split()[0]]
+        self.programs = [found for line in of_children for found in re.findall(r'execve\("([^"]*)"', line)]
+        per_child = collections.defaultdict(collections.Counter)
+        for line in of_children:
+            per_child[line.split()[0]][call_of(line)] += 1
+        self.child = functools.reduce(operator.or_, per_child.values(), collections.Counter())
+        for call in (None, "execve"):
+            self.child.pop(call, None)
 
     def unknown(self):
         return {call for call in [*self.own, *self.child] if call not in ERRORS and call not in NEVER}
 
 
-@dataclasses.dataclass(frozen=True)
-class Fault:
-    """One series: N goes up until nothing is injected any more."""
-
-    command: int
-    where: str
-    call: str
-    error: str
-    first: int
-    path: str = ""
-
-    def tracing(self, number):
-        words = [f"--trace={self.call},clone,clone3,wait4", f"--inject={self.call}:error={self.error}:when={number}"]
-        if self.where == "child":
-            words = ["-f", "--detach-on=execve", *words]
-        elif self.where == "exec":
-            words = ["-f", "-P", self.path, f"--trace={self.call}", words[1]]
-        elif self.path:
-            words = ["-P", self.path, f"--trace={self.call}", words[1]]
-        return words
+def tracing(fault, number):
+    inject = f"--inject={fault.call}:error={fault.error}:when={number}"
+    if fault.path:
+        return [*(["-f"] if fault.where == "exec" else []), "-P", fault.path, f"--trace={fault.call}", inject]
+    children = ["-f", "--detach-on=execve"] if fault.where == "child" else []
+    return [*children, f"--trace={fault.call},clone,clone3,wait4", inject]
 
 
 def faults_of(index, reference):

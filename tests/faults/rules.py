@@ -1,16 +1,14 @@
 """What a run with a failed call may do and leave behind."""
 
-import dataclasses
 import errno
 import os
 import re
 
 from fault_plan import call_of
-from private_host import HOOKS, PACKAGES, REGISTRY
+from commands import HOOK
+from private_host import PACKAGES, REGISTRY, SBIN
 from registry_text import CGI, CLI, document
 
-ADMIN = "/opt/ovt/admin/sbin"
-HOOK = f"{HOOKS}/10-hook"
 
 # What standard error says when such a call ends the command.
 MESSAGES = {"pipe": "pipe() failed", "pipe2": "pipe() failed", "clone": "fork() failed", "clone3": "fork() failed",
@@ -48,49 +46,43 @@ def registry_class(reference, outcome):
         return "after"
     if (found == reference.after_none and told(outcome, "read")
             and failed_on_registry(outcome, "openat", "fstat", "newfstatat", "read", writing=False)):
-        return "read as empty"
+        return "empty"
     if (reference.after.startswith(found) and told(outcome, "write")
             and failed_on_registry(outcome, "write", writing=True)):
-        return "cut, told to the log"
+        return "cut"
     if reference.command.words[0] == "--reread" and pruned(reference, outcome):
-        return "handlers dropped, with warnings"
+        return "dropped"
     return None
 
 
 def records_of(text):
     """The records of a written document by id."""
-    return {re.search(r'^\t"id":"(.*)",$', text, re.MULTILINE).group(1): text
-            for text in re.findall(r"\n\{\n(?:\t.*\n)*\}", text)}
+    return {re.search(r'"id":"(.*)",$', one, re.MULTILINE)[1]: one for one in re.findall(r"\n\{\n(?:\t.*\n)*\}", text)}
 
 
 def pruned(reference, outcome):
     """Whether handlers are missing, a warning names each, and the others are as after a run without a fault."""
-    wanted, found = records_of(reference.after), records_of(outcome.registry)
+    wanted = records_of(reference.after)
+    missing = wanted.keys() - records_of(outcome.registry).keys()
     # The package's handlers are not there at all when its file could not be read, or, silently, when nobody can tell
     # whether it is one.
     unread = "handler from " in outcome.err or any(
         call_of(line) == "newfstatat" and f"{PACKAGES}/" in line for line in failed_lines(outcome))
-    excused = {"p", "p-dedicated"} if unread else set()
-    missing = wanted.keys() - found.keys()
-    kept = [record for id, record in wanted.items() if id not in missing]
-    return bool(missing) and outcome.registry == document(*kept) and all(
-        id in excused or f"({id}) " in outcome.err for id in missing)
+    return (bool(missing) and outcome.registry == document(*(wanted[id] for id in wanted if id not in missing))
+            and all(unread and id in ("p", "p-dedicated") or f"({id}) " in outcome.err for id in missing))
 
 
 def as_without_fault(reference, outcome):
     """In everything that can be seen."""
-    clean = reference.clean
-    return ((outcome.status, outcome.out, outcome.err, outcome.registry, outcome.hooks)
-            == (clean.status, clean.out, clean.err, clean.registry, clean.hooks))
+    return outcome[:5] == reference.clean[:5]
 
 
 def unnoticed(reference, outcome, injected):
     """Whether an interrupted call has changed nothing, or no more than one of the two exceptions may."""
     if any(map(STANDARD_STREAM.match, injected)):
         return outcome.status == 0 and outcome.registry == reference.after
-    if any("read(" in line for line in injected) and outcome.err == CHECK_GIVEN_UP:
-        outcome = dataclasses.replace(outcome, err="")
-    return as_without_fault(reference, outcome)
+    given_up = any("read(" in line for line in injected) and outcome.err == CHECK_GIVEN_UP
+    return as_without_fault(reference, outcome._replace(err="") if given_up else outcome)
 
 
 def not_started(reference, fault, number):
@@ -102,11 +94,12 @@ def not_started(reference, fault, number):
     rereading = reference.command.words[0] == "--reread"
     stopped = []
     for program in dict.fromkeys(reference.programs):
-        # The service check leaves standard input alone; without a handler nobody's limit is set.
-        if (program == f"{ADMIN}/quelmrc" and number > 2) or (program == f"{ADMIN}/quotagate" and rereading):
+        # The service check leaves standard input alone; --reread drops a handler whose php-cgi fails, and without one
+        # sets nobody's limit.
+        if (program == f"{SBIN}/quelmrc" and number > 2) or (program in (CLI, f"{SBIN}/quotagate") and rereading):
             continue
         stopped.append(program)
-        if program == f"{ADMIN}/quelmrc" or (program in (CGI, CLI) and not rereading):
+        if program == f"{SBIN}/quelmrc" or (program in (CGI, CLI) and not rereading):
             break
     return stopped
 
@@ -119,9 +112,9 @@ def says_not_started(program, fault, outcome):
         return f"\nstderr: {reason}" in outcome.hooks and outcome.hooks.endswith("\nExit code: 1\n")
     return {
         CGI: f"can not get version from {CGI}\n", CLI: f"can not get version from {CLI}\n",
-        f"{ADMIN}/quelmrc": ": service not found.\n",
-        f"{ADMIN}/quotagate": f"[Error] Failed to set default ulimit: {reason}",
-        f"{ADMIN}/depotctl": f"Failed to set depotctl dirty flag : {reason}"}[program] in outcome.err
+        f"{SBIN}/quelmrc": ": service not found.\n",
+        f"{SBIN}/quotagate": f"[Error] Failed to set default ulimit: {reason}",
+        f"{SBIN}/depotctl": f"Failed to set depotctl dirty flag : {reason}"}[program] in outcome.err
 
 
 def broken_in_children(reference, fault, number, outcome, injected):
@@ -129,8 +122,7 @@ def broken_in_children(reference, fault, number, outcome, injected):
     for program in stopped:
         if not says_not_started(program, fault, outcome):
             yield f"does not say that {program} could not be started"
-    children_alone = len(injected) == len(failed_lines(outcome))
-    if not stopped and children_alone and not as_without_fault(reference, outcome):
+    if not stopped and len(injected) == len(failed_lines(outcome)) and not as_without_fault(reference, outcome):
         yield "a child that can go on does not"
 
 

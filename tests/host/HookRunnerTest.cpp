@@ -1,102 +1,84 @@
 #include "host/HookRunner.h"
 
 #include <cerrno>
+#include <csignal>
 #include <cstdlib>
+#include <ctime>
 #include <filesystem>
-#include <regex>
-#include <set>
+#include <fstream>
 #include <stdexcept>
+#include <string>
+#include <vector>
 
-#include <sys/socket.h>
+#include <fcntl.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
 
+#include "tests/support/Captured.h"
 #include "tests/support/Faults.h"
-#include "tests/support/ForkedResult.h"
 #include "tests/support/TempDir.h"
+
+namespace quelm::test {
 
 namespace {
 
 namespace fs = std::filesystem;
-using quelm::listHookScripts;
-using quelm::test::TempDir;
 using Names = std::vector<std::string>;
 
-Names namesIn(const TempDir& directory) {
-    Names names;
-    for (const std::string& path : listHookScripts(directory.path() + "/")) {
-        EXPECT_TRUE(path.starts_with(directory.path() + "/")) << path;
-        names.push_back(path.substr(directory.path().size() + 1));
+class HookScripts : public testing::Test {
+protected:
+    Names names() const {
+        Names found;
+        for (const std::string& path : listHookScripts(directory.path() + "/")) {
+            EXPECT_TRUE(path.starts_with(directory.path() + "/")) << path;
+            found.push_back(path.substr(directory.path().size() + 1));
+        }
+        return found;
     }
-    return names;
-}
+    void make(const std::string& name, mode_t mode) const {
+        ASSERT_EQ(::chmod(directory.write(name, "").c_str(), mode), 0);
+    }
 
-void makeWithMode(const TempDir& directory, const std::string& name, mode_t mode) {
-    ASSERT_EQ(::chmod(directory.write(name, "").c_str(), mode), 0);
-}
-
-TEST(HookScripts, RunInPlainByteOrder) {
     const TempDir directory;
+};
+
+TEST_F(HookScripts, RunInPlainByteOrder) {
     for (const char* name : {"1", "10", "2", "9-a", "10-a", "b", "A", "\xc3\xa9", ".hidden"}) {
-        makeWithMode(directory, name, 0700);
+        make(name, 0700);
     }
-    EXPECT_EQ(namesIn(directory), (Names{".hidden", "1", "10", "10-a", "2", "9-a", "A", "b", "\xc3\xa9"}));
+    EXPECT_EQ(names(), (Names{".hidden", "1", "10", "10-a", "2", "9-a", "A", "b", "\xc3\xa9"}));
 }
 
-TEST(HookScripts, OnlyTheOwnersExecuteBitCounts) {
-    const TempDir directory;
-    makeWithMode(directory, "group-and-others", 0677);
-    makeWithMode(directory, "nobody", 0666);
-    makeWithMode(directory, "owner", 0100);
-    EXPECT_EQ(namesIn(directory), Names{"owner"});
-}
-
-TEST(HookScripts, ALinkCountsAsWhatItPointsToAndKeepsItsOwnPath) {
-    const TempDir directory;
+TEST_F(HookScripts, AreRegularFilesThatTheirOwnerMayExecuteAndLinksToThem) {
+    make("group-and-others", 0677);
+    make("nobody", 0666);
+    make("owner", 0100);
     const TempDir elsewhere;
-    const std::string target = elsewhere.script("target", "");
-    fs::create_symlink(target, directory.path("link"));
-    EXPECT_EQ(namesIn(directory), Names{"link"});
-}
-
-TEST(HookScripts, EverythingElseIsPassedOverInSilence) {
-    const TempDir directory;
+    fs::create_symlink(elsewhere.script("target", ""), directory.path("link"));
     fs::create_directory(directory.path("directory"));
+    make("directory/script", 0700);
     fs::create_symlink("nowhere", directory.path("dangling"));
     fs::create_symlink("loop", directory.path("loop"));
     ASSERT_EQ(::mkfifo(directory.path("fifo").c_str(), 0700), 0);
-    testing::internal::CaptureStderr();
-    EXPECT_EQ(namesIn(directory), Names{});
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+    const CapturedStreams captured;
+    EXPECT_EQ(names(), (Names{"link", "owner"}));
+    EXPECT_EQ(captured.error(), "");
 }
 
-TEST(HookScripts, SubdirectoriesAreNotEntered) {
-    const TempDir directory;
-    fs::create_directory(directory.path("sub"));
-    makeWithMode(directory, "sub/script", 0700);
-    EXPECT_EQ(namesIn(directory), Names{});
-}
-
-TEST(HookScripts, AMissingDirectoryThrowsTheFileSystemsError) {
-    const TempDir directory;
+TEST_F(HookScripts, ADirectoryThatCannotBeListedThrowsTheFileSystemsError) {
     EXPECT_THROW(listHookScripts(directory.path("none/")), fs::filesystem_error);
-    directory.write("file", "");
-    EXPECT_THROW(listHookScripts(directory.path("file")), fs::filesystem_error);
-}
-
-// Root may read everything, so another user looks.
-TEST(HookScripts, ADirectoryThatMayNotBeReadThrowsTheFileSystemsError) {
-    const TempDir directory;
+    EXPECT_THROW(listHookScripts(directory.write("file", "")), fs::filesystem_error);
     fs::permissions(directory.path(), fs::perms::none);
-    const quelm::test::ChildOutcome outcome = quelm::test::runForked([&directory] {
+    // Root may read everything, so another user looks.
+    const ChildOutcome outcome = inChild([this] {
         if (::geteuid() == 0 && ::setuid(65534) != 0) {
             return 1;
         }
         try {
-            listHookScripts(directory.path() + "/");
+            names();
         } catch (const fs::filesystem_error& failure) {
             return failure.code() == std::errc::permission_denied ? 42 : 2;
         }
@@ -106,17 +88,10 @@ TEST(HookScripts, ADirectoryThatMayNotBeReadThrowsTheFileSystemsError) {
     EXPECT_EQ(outcome.exitStatus(), 42);
 }
 
-namespace fs = std::filesystem;
-using quelm::PhpHandler;
-using quelm::PhpHandlerType;
-using quelm::runConfigurators;
-using quelm::test::readFile;
-
 PhpHandler sampleHandler() {
     PhpHandler handler;
     handler.id = "the id";
     handler.path = "/p/php-cgi";
-    handler.clipath = "";
     handler.version = "8.2.1";
     handler.phpini = "/p/php.ini";
     handler.type = PhpHandlerType::fpm;
@@ -136,10 +111,22 @@ protected:
     void run(const std::string& action = "add", const PhpHandler& handler = sampleHandler()) {
         runConfigurators(action, handler, scripts_.path("d/"), log_);
     }
-    // The log without its time stamps.
+    // The log with each time stamp replaced by "T".
     std::string records() const {
-        const std::regex stamp(R"(\[\d{4}-\d\d-\d\d \d\d-\d\d-\d\d\.\d{3}\] Start: )");
-        return std::regex_replace(readFile(log_), stamp, "[T] Start: ");
+        const std::string form = "[2026-03-05 14-07-09.000] Start: ";
+        std::string text = readFile(log_);
+        for (std::size_t at = text.find("] Start: "); at != std::string::npos;
+             at = text.find("] Start: ", at + 1)) {
+            const std::size_t begin = at - form.find(']');
+            EXPECT_EQ(text[begin], '[');
+            at = text.replace(begin, form.find(']'), "[T").find(']', begin);
+        }
+        return text;
+    }
+    std::string record(const std::string& name, const std::string& output, const std::string& error,
+                       const std::string& code, const std::string& action = "add") const {
+        return "[T] Start: " + scripts_.path("d/" + name) + " " + action + "\n" + variables +
+               "stdout: " + output + "\nstderr: " + error + "\nExit code: " + code + "\n";
     }
 
     TempDir scripts_;
@@ -147,99 +134,49 @@ protected:
 };
 
 TEST_F(HookRunner, EachScriptGetsPathAndActionAndTheSixVariables) {
+    ::setenv("PHP_ID", "inherited", 1);
+    ::setenv("HOOK_TEST", "kept", 1);
     const std::string script = addScript(
         "10-a", R"(printf '%s|' "$0" "$#" "$1" "$PHP_ID" "$PHP_PATH" "${PHP_CLI-unset}" "$PHP_INI" )"
-                R"("$PHP_VERSION" "$PHP_TYPE")");
+                R"("$PHP_VERSION" "$PHP_TYPE" "$HOOK_TEST")");
     run("update");
-    EXPECT_EQ(records(), "[T] Start: " + script + " update\n" + variables + "stdout: " + script +
-                             "|1|update|the id|/p/php-cgi||/p/php.ini|8.2.1|fpm|\nstderr: \nExit code: 0\n");
+    EXPECT_EQ(records(), record("10-a", script + "|1|update|the id|/p/php-cgi||/p/php.ini|8.2.1|fpm|kept|",
+                                "", "0", "update"));
 }
 
 TEST_F(HookRunner, ScriptsRunOneAfterAnotherInByteOrderWhateverTheyReturn) {
     addScript("2", "exit 7");
-    addScript("10", "exit 0");
+    addScript("10", "cat; echo end");
     addScript("1", "echo broken >&2; exit 255");
-    run();
-    const std::string prefix = "[T] Start: " + scripts_.path("d/");
-    EXPECT_EQ(records(), prefix + "1 add\n" + variables + "stdout: \nstderr: broken\n\nExit code: 255\n" +
-                             prefix + "10 add\n" + variables + "stdout: \nstderr: \nExit code: 0\n" + prefix +
-                             "2 add\n" + variables + "stdout: \nstderr: \nExit code: 7\n");
-}
-
-TEST_F(HookRunner, AScriptKilledByASignalIsLoggedWithMinusOne) {
-    addScript("kill", "kill -KILL $$");
-    run();
-    EXPECT_NE(records().find("\nExit code: -1\n"), std::string::npos) << records();
-}
-
-TEST_F(HookRunner, AScriptForWhichThereIsNoProcessIsLoggedWithMinusOneAndTheNextRuns) {
-    addScript("1", "echo ran");
-    addScript("2", "echo ran");
-    quelm::test::failCall(quelm::test::Call::fork, EAGAIN, {.times = 1});
-    EXPECT_NO_THROW(run());
-    const std::string prefix = "[T] Start: " + scripts_.path("d/");
-    EXPECT_EQ(records(), prefix + "1 add\n" + variables + "stdout: \nstderr: \nExit code: -1\n" + prefix +
-                             "2 add\n" + variables + "stdout: ran\n\nstderr: \nExit code: 0\n");
-}
-
-TEST_F(HookRunner, AnOutputWithoutAFinalNewlineEndsInThatOfItsLine) {
-    addScript("ok", "printf ok");
-    run();
-    EXPECT_NE(records().find("\nstdout: ok\nstderr: "), std::string::npos);
-}
-
-TEST_F(HookRunner, AnOutputWithAFinalNewlineLeavesAnEmptyLine) {
-    addScript("ok", "echo ok");
-    run();
-    EXPECT_NE(records().find("\nstdout: ok\n\nstderr: "), std::string::npos);
-}
-
-TEST_F(HookRunner, AScriptThatCannotBeExecutedIsLoggedWithItsFailureInBothOutputs) {
-    const std::string script = addScript("bad", "");
-    scripts_.write("d/bad", "#!/no/such/interpreter\n");
-    run();
+    addScript("3", "kill -KILL $$");
+    addScript("4", "");
+    scripts_.write("d/4", "#!/no/such/interpreter\n");
     const std::string failure = "forkExecvPipes: execv() failed: No such file or directory\n\n"
                                 "System error 2: No such file or directory\n";
-    EXPECT_EQ(records(), "[T] Start: " + script + " add\n" + variables + "stdout: " + failure +
-                             "\nstderr: " + failure + "\nExit code: 1\n");
-}
-
-TEST_F(HookRunner, AScriptReadsAnEmptyStandardInput) {
-    addScript("reads", "cat; echo end");
     run();
-    EXPECT_NE(records().find("\nstdout: end\n\n"), std::string::npos);
+    failCall(Call::fork, EAGAIN, {.times = 1});
+    runConfigurators("add", sampleHandler(), scripts_.path("d/"), scripts_.path("second.log"));
+    EXPECT_EQ(records(), record("1", "", "broken\n", "255") + record("10", "end\n", "", "0") +
+                             record("2", "", "", "7") + record("3", "", "", "-1") +
+                             record("4", failure, failure, "1"));
+    // The first script of the second run had no process.
+    EXPECT_NE(readFile(scripts_.path("second.log")).find("stderr: \nExit code: -1\n"), std::string::npos);
+    EXPECT_NE(readFile(scripts_.path("second.log")).find("stdout: end\n\n"), std::string::npos);
 }
 
-TEST_F(HookRunner, OurOwnEnvironmentIsInheritedAndOverwritten) {
-    ::setenv("PHP_ID", "inherited", 1);
-    ::setenv("HOOK_TEST", "kept", 1);
-    addScript("env", R"(echo "$PHP_ID $HOOK_TEST")");
-    run();
-    EXPECT_NE(records().find("\nstdout: the id kept\n"), std::string::npos);
-}
-
-TEST_F(HookRunner, WithoutAScriptTheLogIsStillCreated) {
-    run();
-    EXPECT_TRUE(fs::exists(log_));
-    EXPECT_EQ(readFile(log_), "");
-}
-
-TEST_F(HookRunner, TheLogIsOpenedOncePerCall) {
-    const std::string moved = scripts_.path("moved.log");
-    addScript("1", "mv " + log_ + " " + moved);
-    addScript("2", "");
-    run();
-    EXPECT_FALSE(fs::exists(log_));
-    fs::rename(moved, log_);
-    const std::string prefix = "[T] Start: " + scripts_.path("d/");
-    const std::string rest = " add\n" + variables + "stdout: \nstderr: \nExit code: 0\n";
-    EXPECT_EQ(records(), prefix + "1" + rest + prefix + "2" + rest);
-}
-
-TEST_F(HookRunner, WithoutADirectoryNothingIsLogged) {
+TEST_F(HookRunner, TheLogIsCreatedOnceAScriptCouldRunAndOpenedOncePerCall) {
     EXPECT_THROW(runConfigurators("add", sampleHandler(), scripts_.path("none/"), log_),
                  fs::filesystem_error);
     EXPECT_FALSE(fs::exists(log_));
+    run();
+    EXPECT_EQ(records(), "");
+    EXPECT_TRUE(fs::exists(log_));
+    addScript("1", "mv " + log_ + " " + scripts_.path("moved.log"));
+    addScript("2", "");
+    run();
+    EXPECT_FALSE(fs::exists(log_));
+    fs::rename(scripts_.path("moved.log"), log_);
+    EXPECT_EQ(records(), record("1", "", "", "0") + record("2", "", "", "0"));
 }
 
 TEST_F(HookRunner, WithoutALogTheScriptsStillRun) {
@@ -253,21 +190,118 @@ TEST_F(HookRunner, AnOutOfRangeTypeLeavesTheRunner) {
     addScript("any", "");
     PhpHandler handler = sampleHandler();
     handler.type = static_cast<PhpHandlerType>(9);
-    try {
-        run("add", handler);
-        FAIL();
-    } catch (const std::runtime_error& failure) {
-        EXPECT_STREQ(failure.what(), "Unknown php handler type : 9");
-    }
+    EXPECT_THROW(run("add", handler), std::runtime_error);
 }
 
 TEST_F(HookRunner, TheTimeStampIsTheMomentOfTheEnd) {
-    addScript("slow", "sleep 1; date '+%Y-%m-%d %H-%M-%S'");
+    addScript("slow", "sleep 1; date '+[%Y-%m-%d %H-%M-%S'");
     run();
-    std::smatch match;
     const std::string log = readFile(log_);
-    ASSERT_TRUE(std::regex_search(log, match, std::regex(R"(\[(\S+ \S+)\.\d+\] Start)")));
-    EXPECT_NE(log.find("stdout: " + match[1].str()), std::string::npos) << log;
+    EXPECT_NE(log.find("stdout: " + log.substr(0, log.find('.')) + "\n"), std::string::npos) << log;
+}
+
+// 2024-03-05 14:07:09 UTC
+constexpr time_t sampleSecond = 1709647629;
+const std::string sampleRecord =
+    "[2024-03-05 14-07-09.000] Start: /bin/true\nstdout: \nstderr: \nExit code: 0\n";
+
+class HookLogFile : public testing::Test {
+protected:
+    HookLogFile() {
+        setZone("UTC");
+        true_.runNoThrow();
+    }
+    static void setZone(const char* zone) {
+        ::setenv("TZ", zone, 1);
+        ::tzset();
+    }
+
+    const TempDir directory_;
+    const std::string path_ = directory_.path("hooks.log");
+    ExecCmd true_{"/bin/true"};
+};
+
+TEST_F(HookLogFile, TheTimeIsLocalWithItsMillisecondsTruncated) {
+    for (const auto& [microseconds, text] :
+         {std::pair{0, "000"}, {999, "000"}, {42999, "042"}, {999999, "999"}}) {
+        EXPECT_EQ(formatLogTime({sampleSecond, microseconds}), std::string("[2024-03-05 14-07-09.") + text);
+    }
+    setZone("CET-1CEST,M3.5.0,M10.5.0/3");
+    EXPECT_EQ(formatLogTime({sampleSecond, 0}), "[2024-03-05 15-07-09.000");
+}
+
+// The number of write calls that this process has made, or -1.
+long writesMade() {
+    std::ifstream counters("/proc/self/io");
+    std::string name;
+    long value = 0;
+    while (counters >> name >> value) {
+        if (name == "syscw:") {
+            return value;
+        }
+    }
+    return -1;
+}
+
+TEST_F(HookLogFile, EachLineOfARecordIsWrittenAtOnce) {
+    ExecCmd command("/bin/sh");
+    command.addArg("-c").addArg("echo out; printf 'a\\000b\\377' >&2; exit 3");
+    command.setEnv("B", "2");
+    command.setEnv("A", "");
+    command.runNoThrow();
+    directory_.write("hooks.log", "before\n");
+    HookLog log(path_);
+    // Once for a sanitizer, which makes write calls of its own for what it has not seen yet.
+    log.append(command, {sampleSecond, 42000});
+    ASSERT_NE(writesMade(), -1);
+    const long before = writesMade();
+    log.append(command, {sampleSecond, 42000});
+    EXPECT_EQ(writesMade() - before, 6);
+    const std::string record = "[2024-03-05 14-07-09.042] Start: /bin/sh -c echo\\ out\\;\\ printf\\ "
+                               "\\'a\\\\000b\\\\377\\'\\ \\>\\&2\\;\\ exit\\ 3\nA = \nB = 2\nstdout: out\n\n"
+                               "stderr: " +
+                               std::string("a\0b\xff", 4) + "\nExit code: 3\n";
+    EXPECT_EQ(readFile(path_), "before\n" + record + record);
+}
+
+TEST_F(HookLogFile, OneThatCannotBeOpenedOrWrittenSwallowsItsRecords) {
+    ASSERT_EQ(::mkfifo(path_.c_str(), 0600), 0);
+    const CapturedStreams captured;
+    for (const std::string& path : {directory_.path("missing/hooks.log"), std::string("/dev/full"), path_}) {
+        HookLog log(path);
+        EXPECT_NO_THROW(log.append(true_, {sampleSecond, 0}));
+        EXPECT_NO_THROW(log.append(true_, {sampleSecond, 0}));
+    }
+    EXPECT_FALSE(fs::exists(directory_.path("missing")));
+    EXPECT_EQ(captured.output() + captured.error(), "");
+}
+
+TEST_F(HookLogFile, AFifoGetsItsRecordsUntilItsReaderGoesAway) {
+    ASSERT_EQ(::mkfifo(path_.c_str(), 0600), 0);
+    UniqueFd reader(::open(path_.c_str(), O_RDONLY | O_NONBLOCK));
+    HookLog log(path_);
+    log.append(true_, {sampleSecond, 0});
+    std::string text(200, '\0');
+    text.resize(static_cast<std::size_t>(::read(reader.get(), text.data(), text.size())));
+    EXPECT_EQ(text, sampleRecord);
+    reader.close();
+    log.append(true_, {sampleSecond, 0});
+    log.append(true_, {sampleSecond, 0});
+}
+
+TEST_F(HookLogFile, AFileSizeLimitCutsTheLogAndNothingElse) {
+    EXPECT_TRUE(holdsInChild([this] {
+        const rlimit limit{50, 50};
+        std::signal(SIGXFSZ, SIG_IGN); // as main leaves it
+        ::setrlimit(RLIMIT_FSIZE, &limit);
+        HookLog log(path_);
+        log.append(true_, {sampleSecond, 0});
+        log.append(true_, {sampleSecond, 0});
+        return true;
+    }));
+    EXPECT_EQ(readFile(path_).size(), 50u);
 }
 
 } // namespace
+
+} // namespace quelm::test

@@ -4,16 +4,12 @@
 #include <filesystem>
 #include <functional>
 
-#include <unistd.h>
-
 #include <gtest/gtest.h>
 
 #include "base/QuelmUtilException.h"
 #include "lib/process/lib/Exceptions.h"
-#include "tests/support/CapturedStreams.h"
+#include "tests/support/Captured.h"
 #include "tests/support/Faults.h"
-#include "tests/support/ForkedResult.h"
-#include "tests/support/InChild.h"
 #include "tests/support/TempDir.h"
 
 namespace {
@@ -21,8 +17,12 @@ namespace {
 using quelm::QuelmUtilException;
 using quelm::setDefaultUlimit;
 using quelm::setDepotDirtyFlag;
+using quelm::test::inChild;
 using quelm::test::readFile;
 using quelm::test::TempDir;
+
+const std::string noFile = "forkExecvPipes: execv() failed: No such file or directory\n\n"
+                           "System error 2: No such file or directory\n";
 
 class SiblingTools : public testing::Test {
 protected:
@@ -50,6 +50,18 @@ protected:
         return testing::internal::GetCapturedStderr();
     }
 
+    // What checkServiceExists throws, and anything that reaches the streams.
+    std::string check(const std::string& service) const {
+        const auto outcome = inChild([&] {
+            try {
+                quelm::checkServiceExists(service, root_.path());
+            } catch (const QuelmUtilException& failure) {
+                std::fputs(failure.what(), stdout);
+            }
+        });
+        return outcome.output + outcome.error;
+    }
+
     TempDir root_;
 };
 
@@ -65,46 +77,31 @@ TEST_F(SiblingTools, TheDirtyFlagIsOneOption) {
 }
 
 TEST_F(SiblingTools, AFailedDirtyFlagThrowsTheStandardErrorAsItCame) {
-    install("depotctl", "echo shown; echo 'no depot' >&2; exit 1");
-    EXPECT_EQ(dirtyFlagFailure(), "Failed to set depotctl dirty flag : no depot\n");
-}
-
-TEST_F(SiblingTools, AFailedDirtyFlagWithoutAWordThrowsThePrefixAlone) {
-    install("depotctl", "exit 1");
-    EXPECT_EQ(dirtyFlagFailure(), "Failed to set depotctl dirty flag : ");
-}
-
-TEST_F(SiblingTools, AKilledDirtyFlagToolIsAFailure) {
-    install("depotctl", "kill -KILL $$");
-    EXPECT_EQ(dirtyFlagFailure(), "Failed to set depotctl dirty flag : ");
-}
-
-TEST_F(SiblingTools, AMissingDirtyFlagToolThrowsTheExecFailure) {
-    EXPECT_EQ(dirtyFlagFailure(), "Failed to set depotctl dirty flag : "
-                                  "forkExecvPipes: execv() failed: No such file or directory\n\n"
-                                  "System error 2: No such file or directory\n");
+    const std::string failed = "Failed to set depotctl dirty flag : ";
+    EXPECT_EQ(dirtyFlagFailure(), failed + noFile);
+    for (const auto& [script, error] : {std::pair{"echo shown; echo 'no depot' >&2; exit 1", "no depot\n"},
+                                        {"exit 1", ""},
+                                        {"kill -KILL $$", ""}}) {
+        install("depotctl", script);
+        EXPECT_EQ(dirtyFlagFailure(), failed + error);
+    }
 }
 
 TEST_F(SiblingTools, TheServiceOptionStandsOnceBeforeAllNames) {
     install("quotagate");
     EXPECT_EQ(ulimitError({"a", "b"}), "");
     EXPECT_EQ(called(), tool("quotagate") + "\n--set\n8192\n--service\na\nb\n--no-restart\n");
-}
-
-TEST_F(SiblingTools, AnEmptyServiceListStillRunsTheTool) {
-    install("quotagate");
     EXPECT_EQ(ulimitError({}), "");
     EXPECT_EQ(called(), tool("quotagate") + "\n--set\n8192\n--service\n--no-restart\n");
 }
 
 TEST_F(SiblingTools, AFailedUlimitIsAMessageAndNoException) {
+    const std::string failed = "[Error] Failed to set default ulimit: ";
+    EXPECT_EQ(ulimitError({"a"}), failed + noFile + "\n");
     install("quotagate", "echo 'no gate' >&2; exit 9");
-    EXPECT_EQ(ulimitError({"a"}), "[Error] Failed to set default ulimit: no gate\n\n");
-}
-
-TEST_F(SiblingTools, AKilledUlimitToolIsAMessageWithoutAWordOfIts) {
+    EXPECT_EQ(ulimitError({"a"}), failed + "no gate\n\n");
     install("quotagate", "kill -KILL $$");
-    EXPECT_EQ(ulimitError({"a"}), "[Error] Failed to set default ulimit: \n");
+    EXPECT_EQ(ulimitError({"a"}), failed + "\n");
 }
 
 TEST_F(SiblingTools, ASystemErrorLeavesTheDirtyFlagAndTheUlimitUnchanged) {
@@ -129,7 +126,7 @@ TEST_F(SiblingTools, ASystemErrorLeavesTheDirtyFlagAndTheUlimitUnchanged) {
 // Its primitive throws nothing: it ends the process, and no "service not found" is told.
 TEST_F(SiblingTools, ASystemErrorLeavesTheServiceCheckUnchanged) {
     install("quelmrc");
-    const quelm::test::ChildOutcome outcome = quelm::test::runForked([this] {
+    const quelm::test::ChildOutcome outcome = inChild([this] {
         quelm::test::failCall(quelm::test::Call::fork, EAGAIN);
         quelm::checkServiceExists("s", root_.path());
         return 2;
@@ -140,100 +137,49 @@ TEST_F(SiblingTools, ASystemErrorLeavesTheServiceCheckUnchanged) {
     EXPECT_EQ(outcome.output, outcome.error);
 }
 
-TEST_F(SiblingTools, AMissingUlimitToolIsAMessageWithTheExecFailure) {
-    EXPECT_EQ(ulimitError({"a"}), "[Error] Failed to set default ulimit: "
-                                  "forkExecvPipes: execv() failed: No such file or directory\n\n"
-                                  "System error 2: No such file or directory\n\n");
-}
-
-using quelm::test::inChild;
-
-class ServiceTools : public testing::Test {
-protected:
-    ServiceTools() { std::filesystem::create_directories(root_.path("admin/sbin")); }
-
-    void install(const std::string& name, const std::string& more = {}) {
-        root_.script("admin/sbin/" + name,
-                     "printf '%s\\n' \"$0\" \"$@\" >" + root_.path("called") + "\n" + more);
-    }
-    std::string tool(const std::string& name) const { return root_.path("admin/sbin/" + name); }
-    std::string called() const { return readFile(root_.path("called")); }
-
-    // What checkServiceExists throws, and anything that reaches the streams.
-    std::string check(const std::string& service) const {
-        const auto outcome = inChild([&] {
-            try {
-                quelm::checkServiceExists(service, root_.path());
-            } catch (const QuelmUtilException& failure) {
-                std::fputs(failure.what(), stdout);
-            }
-        });
-        return outcome.output + outcome.error;
-    }
-
-    TempDir root_;
-};
-
-TEST_F(ServiceTools, AnExistingServiceRaisesNothing) {
+TEST_F(SiblingTools, AnExistingServiceRaisesNothing) {
     install("quelmrc", "echo shown; echo shown >&2");
     EXPECT_EQ(check("php8.2-fpm"), "");
     EXPECT_EQ(called(), tool("quelmrc") + "\nphp8.2-fpm\nexists\n");
-}
-
-TEST_F(ServiceTools, AMissingServiceIsNamedAndTheToolsOutputIsNotShown) {
-    install("quelmrc", "echo shown; echo shown >&2; exit 4");
-    EXPECT_EQ(check("nothing"), "nothing: service not found.");
-}
-
-TEST_F(ServiceTools, AMissingServiceWithTheSuffixGetsTheHint) {
-    install("quelmrc", "exit 1");
-    EXPECT_EQ(check("php-fpm.service"),
-              "php-fpm.service: service not found. Please retry without '.service' suffix.");
-    EXPECT_EQ(check(".service"), ".service: service not found. Please retry without '.service' suffix.");
-    EXPECT_EQ(check("php.Service"), "php.Service: service not found.");
-    EXPECT_EQ(check("service"), "service: service not found.");
-    EXPECT_EQ(check(""), ": service not found.");
-}
-
-TEST_F(ServiceTools, AnExistingServiceWithTheSuffixGetsNoHint) {
-    install("quelmrc");
     EXPECT_EQ(check("php-fpm.service"), "");
 }
 
-TEST_F(ServiceTools, AToolThatIsMissingOrKilledReadsAsNotFound) {
-    EXPECT_EQ(check("x"), "x: service not found.");
+TEST_F(SiblingTools, AMissingServiceIsNamedWithAHintAtItsSuffix) {
+    EXPECT_EQ(check("x"), "x: service not found."); // without the tool
     install("quelmrc", "kill -KILL $$");
     EXPECT_EQ(check("x"), "x: service not found.");
+    install("quelmrc", "echo shown; echo shown >&2; exit 4");
+    for (const std::string service : {"nothing", "php.Service", "service", ""}) {
+        EXPECT_EQ(check(service), service + ": service not found.");
+    }
+    for (const std::string service : {"php-fpm.service", ".service"}) {
+        EXPECT_EQ(check(service), service + ": service not found. Please retry without '.service' suffix.");
+    }
 }
 
-TEST_F(ServiceTools, AnActionThatFailsIsReportedOnBothStreams) {
+TEST_F(SiblingTools, AnActionThatFailsIsReportedOnBothStreams) {
     install("quelmrc", "echo told; echo why >&2; exit 3");
-    const auto outcome = inChild([&] { ::_exit(quelm::runServiceAction("web", "restart", root_.path())); });
+    const auto outcome = inChild([&] { return quelm::runServiceAction("web", "restart", root_.path()); });
     EXPECT_EQ(called(), tool("quelmrc") + "\nweb\nrestart\n");
     EXPECT_EQ(outcome.exitStatus(), 3);
     EXPECT_EQ(outcome.error, "told\n" + tool("quelmrc") + " execution failed:\nwhy\n");
     EXPECT_EQ(outcome.output, tool("quelmrc") + " execution failed:\nwhy\n");
-}
-
-TEST_F(ServiceTools, AnActionThatSucceedsIsSilent) {
     install("quelmrc", "echo told; echo why >&2");
-    const auto outcome = inChild([&] { ::_exit(quelm::runServiceAction("web", "start", root_.path())); });
-    EXPECT_EQ(outcome.exitStatus(), 0);
-    EXPECT_EQ(outcome.output + outcome.error, "");
+    EXPECT_EQ(inChild([&] { return quelm::runServiceAction("web", "start", root_.path()); }).error, "");
 }
 
-TEST_F(ServiceTools, EnablingAndDisablingAreSilentAlsoWhenTheyFail) {
+TEST_F(SiblingTools, EnablingAndDisablingAreSilentAlsoWhenTheyFail) {
     install("svc_enlist", "echo told; echo why >&2; exit 6");
-    const auto enabled = inChild([&] { ::_exit(quelm::enableService("web", root_.path())); });
+    const auto enabled = inChild([&] { return quelm::enableService("web", root_.path()); });
     EXPECT_EQ(called(), tool("svc_enlist") + "\n--enable\nweb\n");
     EXPECT_EQ(enabled.exitStatus(), 6);
     EXPECT_EQ(enabled.output + enabled.error, "");
-    const auto disabled = inChild([&] { ::_exit(quelm::disableService("web", root_.path())); });
+    const auto disabled = inChild([&] { return quelm::disableService("web", root_.path()); });
     EXPECT_EQ(called(), tool("svc_enlist") + "\n--disable\nweb\n");
     EXPECT_EQ(disabled.output + disabled.error, "");
 }
 
-TEST_F(ServiceTools, TheStatusLineIsRunningForZeroAndStoppedForAnyOther) {
+TEST_F(SiblingTools, TheStatusLineIsRunningForZeroAndStoppedForAnyOther) {
     const auto outcome = inChild([] {
         quelm::printServiceStatus(0);
         quelm::printServiceStatus(3);

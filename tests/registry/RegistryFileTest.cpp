@@ -17,8 +17,9 @@
 #include "base/QuelmUtilException.h"
 #include "registry/RegistryWriter.h"
 #include "tests/registry/TestRegistry.h"
+#include "tests/support/Captured.h"
 #include "tests/support/Faults.h"
-#include "tests/support/InChild.h"
+#include "tests/support/ProcessState.h"
 #include "tests/support/TempDir.h"
 
 namespace quelm {
@@ -39,9 +40,10 @@ class RegistryFile : public testing::Test {
 protected:
     RegistryFile() { log_init("stderr", LOG_INFO, LOG_USER, 0, nullptr); }
     ~RegistryFile() override {
-        test::limitTransfers(0);
-        test::refuseNonBlockingOpen(0);
+        test::conditions().longestTransfer = 0;
+        test::conditions().nonBlockingOpenError = 0;
         log_init("none", LOG_INFO, LOG_USER, 0, nullptr);
+        EXPECT_EQ(test::openDescriptors(), descriptors_);
     }
 
     // The ids of the records, the registry having held another before; what is logged goes to logged_.
@@ -71,6 +73,7 @@ protected:
         return registry;
     }
 
+    const std::vector<int> descriptors_ = test::openDescriptors();
     const test::TempDir directory_;
     const std::string path_ = directory_.write("registry.json", document);
     std::string logged_;
@@ -78,15 +81,15 @@ protected:
 
 } // namespace
 
-TEST_F(RegistryFile, ReplacesWhatTheRegistryHeld) {
-    EXPECT_EQ(loaded(), "a");
-    EXPECT_EQ(logged_, "");
-}
-
-TEST_F(RegistryFile, AMissingOrEmptyFileIsEmptyAndNotLogged) {
-    for (const std::string& path : {directory_.path("missing"), directory_.path("missing/below"),
-                                    std::string(), directory_.write("empty", "")}) {
-        EXPECT_EQ(loaded(path), "") << path;
+TEST_F(RegistryFile, ReplacesWhatTheRegistryHeldAlsoByNothing) {
+    ASSERT_EQ(::symlink("registry.json", directory_.path("link").c_str()), 0);
+    for (const auto& [path, ids] : {std::pair{path_, "a"},
+                                    {directory_.path("link"), "a"},
+                                    {directory_.path("missing"), ""},
+                                    {directory_.path("missing/below"), ""},
+                                    {std::string(), ""},
+                                    {directory_.write("empty", ""), ""}}) {
+        EXPECT_EQ(loaded(path), ids) << path;
         EXPECT_EQ(logged_, "");
     }
 }
@@ -114,38 +117,22 @@ TEST_F(RegistryFile, WhatCannotBeReadIsEmptyAndLogged) {
     EXPECT_EQ(logged_, "Unable to read " + path_ + ": Permission denied\n");
 }
 
-TEST_F(RegistryFile, ASymbolicLinkIsFollowed) {
-    ASSERT_EQ(::symlink("registry.json", directory_.path("link").c_str()), 0);
-    EXPECT_EQ(loaded(directory_.path("link")), "a");
-}
-
-// Its size reads 0, so the text has to be read to the end all the same.
-TEST_F(RegistryFile, OneThatHidesItsSizeIsReadToItsEnd) {
-    HandlerRegistry registry;
-    try {
-        load(registry, "/proc/self/status");
-        ADD_FAILURE() << "taken for empty";
-    } catch (const QuelmUtilException& failure) {
-        EXPECT_STREQ(failure.what(),
-                     "Error reading /proc/self/status: can not parse php_versions_info object "
-                     ": JSON object is expected. Error occured at offset 0, character 'N'. ");
-    }
-}
-
 TEST_F(RegistryFile, OneThatGrowsWhileItIsOpenIsReadToItsNewEnd) {
     directory_.write("registry.json", document.substr(0, 20));
-    test::growBeforeRead(document.substr(20));
+    test::watchCall(Call::read, [&] {
+        directory_.write("registry.json", document);
+        test::watchCall(Call::read, {});
+    });
     EXPECT_EQ(loaded(), "a");
 }
 
-TEST_F(RegistryFile, ShortAndInterruptedReadsAddUp) {
-    test::limitTransfers(7);
-    const FailedCall interrupted(Call::read, EINTR, {.skip = 1, .times = 2});
+TEST_F(RegistryFile, ShortAndInterruptedTransfersAddUpAndAFailedReadMakesItEmpty) {
+    test::conditions().longestTransfer = 7;
+    const FailedCall reads(Call::read, EINTR, {.skip = 1, .times = 2});
     EXPECT_EQ(loaded(), "a");
-}
-
-TEST_F(RegistryFile, AReadThatFailsAfterAPartMakesTheRegistryEmpty) {
-    test::limitTransfers(10);
+    const FailedCall writes(Call::write, EINTR, {.skip = 1, .times = 2});
+    EXPECT_EQ(saved(), "");
+    EXPECT_EQ(test::readFile(path_), document);
     const FailedCall failing(Call::read, EIO, {.skip = 1});
     EXPECT_EQ(loaded(), "");
     EXPECT_EQ(logged_, "Unable to read " + path_ + ": Input/output error\n");
@@ -153,35 +140,23 @@ TEST_F(RegistryFile, AReadThatFailsAfterAPartMakesTheRegistryEmpty) {
 
 // No child inherits the file, no terminal in its place becomes ours, no FIFO holds us up.
 TEST_F(RegistryFile, IsOpenedForThisProcessAlone) {
-    test::countCalls(Call::open);
+    test::conditions().openFlags.clear();
     EXPECT_EQ(loaded(), "a");
-    EXPECT_EQ(test::openFlags(), std::vector<int>{O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK});
-    test::countCalls(Call::open);
+    EXPECT_EQ(test::conditions().openFlags, std::vector<int>{O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK});
+    test::conditions().openFlags.clear();
     EXPECT_EQ(saved(), "");
-    EXPECT_EQ(test::openFlags(),
+    EXPECT_EQ(test::conditions().openFlags,
               std::vector<int>{O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOCTTY | O_NONBLOCK});
 }
 
 TEST_F(RegistryFile, ALeaseOnTheFileIsWaitedFor) {
-    test::countCalls(Call::open);
-    test::refuseNonBlockingOpen(EWOULDBLOCK);
+    test::conditions().openFlags.clear();
+    test::conditions().nonBlockingOpenError = EWOULDBLOCK;
     EXPECT_EQ(loaded(), "a");
-    EXPECT_EQ(test::openFlags().back(), O_RDONLY | O_CLOEXEC | O_NOCTTY);
+    EXPECT_EQ(test::conditions().openFlags.back(), O_RDONLY | O_CLOEXEC | O_NOCTTY);
     directory_.write("registry.json", "old");
     EXPECT_EQ(saved(), "");
     EXPECT_EQ(test::readFile(path_), document);
-}
-
-TEST_F(RegistryFile, LeavesNoDescriptorOpen) {
-    const int before = ::dup(0);
-    ::close(before);
-    loaded();
-    loaded("/proc/self/mem");
-    saved("/dev/full");
-    saved();
-    const int after = ::dup(0);
-    ::close(after);
-    EXPECT_EQ(before, after);
 }
 
 // Memory for the text, for the parser's state, for its handlers, for the records.
@@ -298,14 +273,6 @@ TEST_F(RegistryFile, AFailedSaveIsLoggedAndSilent) {
     EXPECT_EQ(saved(), "Unable to close " + path_ + ": Input/output error\n");
 }
 
-TEST_F(RegistryFile, ShortAndInterruptedWritesGoOn) {
-    test::limitTransfers(7);
-    const FailedCall interrupted(Call::write, EINTR, {.skip = 1, .times = 2});
-    EXPECT_EQ(saved(), "");
-    test::limitTransfers(0);
-    EXPECT_EQ(test::readFile(path_), document);
-}
-
 TEST_F(RegistryFile, ARecordThatCannotBeWrittenLeavesTheFileAlone) {
     PhpHandler handler = handlerWithId("b");
     handler.type = static_cast<PhpHandlerType>(4);
@@ -327,43 +294,6 @@ TEST_F(RegistryFile, PrintableBytesTabAndLineEndsComeBack) {
         handler.displayname += static_cast<char>(byte);
     }
     EXPECT_EQ(savedAndLoaded(handler)[0], handler);
-}
-
-// Deliberate: what is written as \u0001 or null is refused when it is read.
-TEST_F(RegistryFile, SomeValuesAreWrittenAndThenRefused) {
-    PhpHandler longPath = handlerWithId("a");
-    longPath.path = std::string(4088, 'p');
-    for (const auto& [handler, reason] :
-         {std::pair{
-              handlerWithId("a\x01"),
-              "Invalid or unsupported Unicode character or escape sequence found in string. UTF8 encoded "
-              "characters and '\\u' escape sequences are not supported. Error occured at offset 20, "
-              "character "
-              "'u'. "},
-          {longPath, "String is expected. Error occured at offset 30, character 'n'. "}}) {
-        try {
-            savedAndLoaded(handler);
-            ADD_FAILURE() << reason;
-        } catch (const QuelmUtilException& failure) {
-            EXPECT_EQ(failure.what(),
-                      "Error reading " + path_ + ": can not parse php_versions_info object : " + reason);
-        }
-    }
-}
-
-TEST_F(RegistryFile, TheNextSaveDropsWhatTheReaderDropped) {
-    save(test::registryWithIds("aa"), path_);
-    HandlerRegistry registry;
-    {
-        const test::CaughtErrors errors;
-        load(registry, path_);
-    }
-    save(registry, path_);
-    EXPECT_EQ(test::readFile(path_), document);
-    PhpHandler handler = fpmHandler();
-    handler.type = PhpHandlerType::cgi;
-    const HandlerRegistry again = savedAndLoaded(handler);
-    EXPECT_EQ(again[0].service + again[0].poold, "");
 }
 
 } // namespace quelm

@@ -162,13 +162,6 @@ TEST(RegistryParser, AMillionLevelsAreNoRecursion) {
               JsonErrorCode::none);
 }
 
-TEST(RegistryParser, StringsLieInTheText) {
-    std::string text = documentOf(1);
-    RegistryParser parser(text.data(), text.size());
-    ASSERT_TRUE(parser.parse());
-    EXPECT_EQ(parser.handlers().at(0).id.data(), text.data() + text.find("\"a\"") + 1);
-}
-
 // The first allocations make the parser; from some later one on, each is a handler's that finds no room.
 TEST(RegistryParser, MissingMemoryForAHandlerIsCode20) {
     const std::string text = documentOf(100);

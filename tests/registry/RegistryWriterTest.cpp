@@ -1,9 +1,15 @@
 #include "registry/RegistryWriter.h"
 
+#include <cstdio>
+#include <memory>
 #include <sstream>
+#include <stdexcept>
+#include <string>
 
 #include <gtest/gtest.h>
 
+#include "registry/PhpHandler.h"
+#include "registry/PlainBytes.h"
 #include "tests/registry/TestRegistry.h"
 
 namespace quelm {
@@ -38,8 +44,6 @@ protected:
         return std::stringbuf::xsputn(bytes, size);
     }
 };
-
-} // namespace
 
 TEST(RegistryWriter, AnEmptyRegistry) {
     EXPECT_EQ(written({}, listing), "{\"php\":[\n]}\n");
@@ -134,11 +138,187 @@ TEST(RegistryWriter, AFailedStreamIsNoExceptionAndItsSettingsDoNotMatter) {
     std::ostringstream stream;
     stream.width(100);
     stream.fill('*');
-    writeRegistryJson({}, stream, listing);
+    writeRegistryJson(HandlerRegistry(), stream, listing);
     EXPECT_EQ(stream.str(), "{\"php\":[\n]}\n");
     stream.setstate(std::ios::badbit);
     EXPECT_NO_THROW(writeRegistryJson(registryOf({handlerWithId("a")}), stream, listing));
     EXPECT_EQ(stream.str(), "{\"php\":[\n]}\n");
 }
+
+std::string table(const HandlerRegistry& registry) {
+    std::ostringstream stream;
+    writeHandlerTable(registry, stream);
+    return stream.str();
+}
+
+const std::string titleRow =
+    "id:  display name:  version:  type:  cgi-bin:  cli-bin:  php.ini:  system:  service:  pool.d:\n";
+
+// Nothing is stripped: the empty cells at the end of a row are blanks.
+TEST(HandlerTable, ShortValuesAreRightAlignedBelowTheTitles) {
+    EXPECT_EQ(table({}), titleRow);
+    EXPECT_EQ(table(registryOf({handlerWithId("a")})),
+              titleRow + "  a              d         v    cgi         p         c         i" +
+                  std::string(28, ' ') + "\n");
+}
+
+TEST(HandlerTable, LongValuesWidenTheirColumns) {
+    PhpHandler other = handlerWithId("x");
+    other.type = PhpHandlerType::fastcgi;
+    const std::string titles =
+        "  id:      display name:  version:    type:             cgi-bin:         cli-bin:"
+        "                  php.ini:  system:    service:                  pool.d:\n";
+    const std::string first =
+        "php81  PHP 8.1.2 (8.1.2)     8.1.2      fpm  /usr/bin/php-cgi8.1  /usr/bin/php8.1"
+        "  /etc/php/8.1/fpm/php.ini        *  php8.1-fpm  /etc/php/8.1/fpm/pool.d\n";
+    const std::string second =
+        "    x                  d         v  fastcgi                    p                c"
+        "                         i";
+    EXPECT_EQ(table(registryOf({fpmHandler(), other})),
+              titles + first + second + std::string(46, ' ') + "\n");
+}
+
+TEST(HandlerTable, WidthsCountTheExpandedName) {
+    PhpHandler handler = handlerWithId("a");
+    handler.displayname = "$version$version";
+    handler.version = "7";
+    EXPECT_EQ(table(registryOf({handler})).find(titleRow), 0U);
+    handler.version = "8.1.2-long";
+    handler.service = "a-long-service"; // shown for every type
+    EXPECT_NE(table(registryOf({handler})).find("  a-long-service         \n"), std::string::npos);
+    EXPECT_NE(table(registryOf({handler})).find("  8.1.2-long8.1.2-long  8.1.2-long  "), std::string::npos);
+}
+
+// Bytes count, not letters, and none has a meaning.
+TEST(HandlerTable, AnyBytesArePrintedRaw) {
+    PhpHandler odd = handlerWithId("%1%");
+    odd.displayname = std::string("a\0b\t%", 5);
+    odd.version = "\"x\"\xff";
+    odd.path = "caf\xc3\xa9 \xe2\x82\xac";
+    odd.clipath = "%1$5s%|2$n|";
+    odd.phpini = "line\nbreak";
+    odd.poold = std::string(70000, 'w');
+    EXPECT_TRUE(
+        table(registryOf({odd, handlerWithId("%%")})) ==
+        "id:  display name:  version:  type:   cgi-bin:     cli-bin:    php.ini:  system:  service:  " +
+            std::string(69993, ' ') + "pool.d:\n%1%          " + odd.displayname +
+            "      \"x\"\xff    cgi  caf\xc3\xa9 \xe2\x82\xac  %1$5s%|2$n|  line\nbreak" +
+            std::string(21, ' ') + odd.poold +
+            "\n %%              d         v    cgi          p            c           i" +
+            std::string(70021, ' ') + "\n");
+}
+
+TEST(HandlerTable, AnUnknownTypeThrowsBeforeAnythingIsWrittenAndAFailedStreamDoesNot) {
+    PhpHandler handler = handlerWithId("b");
+    handler.type = static_cast<PhpHandlerType>(5);
+    std::ostringstream stream;
+    EXPECT_THROW(writeHandlerTable(registryOf({handlerWithId("a"), handler}), stream), std::runtime_error);
+    EXPECT_EQ(stream.str(), "");
+    stream.setstate(std::ios::badbit);
+    EXPECT_NO_THROW(writeHandlerTable(registryOf({handlerWithId("a")}), stream));
+}
+
+std::string jsonString(std::string_view value) {
+    std::string output = "before";
+    appendJsonString(output, value);
+    EXPECT_EQ(output.substr(0, 6), "before");
+    return output.substr(6);
+}
+
+std::string inQuotes(const std::string& text) {
+    return '"' + text + '"';
+}
+
+// A block of exactly the text's size, so that a look behind it is seen.
+std::unique_ptr<char[]> blockOf(const std::string& text) {
+    auto block = std::make_unique<char[]>(text.size());
+    text.copy(block.get(), text.size());
+    return block;
+}
+
+TEST(JsonString, EveryByteEscapedOrCopied) {
+    for (int byte = 1; byte < 256; ++byte) {
+        char form[7];
+        std::snprintf(form, sizeof form, "\\u%04X", static_cast<unsigned>(byte));
+        const char c = static_cast<char>(byte);
+        const std::string expected = c == '\b'               ? "\\b"
+                                     : c == '\t'             ? "\\t"
+                                     : c == '\n'             ? "\\n"
+                                     : c == '\f'             ? "\\f"
+                                     : c == '\r'             ? "\\r"
+                                     : c == '"' || c == '\\' ? std::string{'\\', c}
+                                     : byte < 0x20           ? form
+                                                             : std::string(1, c);
+        for (std::size_t length = 1; length <= 40; ++length) {
+            for (const std::size_t place : {std::size_t{0}, length / 2, length - 1}) {
+                const std::string front(place, 'x');
+                const std::string back(length - place - 1, 'y');
+                ASSERT_EQ(jsonString(front + c + back), inQuotes(front + expected + back)) << byte;
+            }
+        }
+    }
+    EXPECT_EQ(jsonString("\x01\x1f"), "\"\\u0001\\u001F\"");
+}
+
+TEST(JsonString, AMissingValueIsNullAndAnyOtherEndsAtItsFirstNulByte) {
+    using namespace std::string_view_literals;
+    EXPECT_EQ(jsonString(std::string_view()), "null");
+    for (const auto& [value, form] : {std::pair{""sv, "\"\""},
+                                      {"a\0b"sv, "\"a\""},
+                                      {"\0"sv, "\"\""},
+                                      {"sixteen bytes or\0more"sv, "\"sixteen bytes or\""}}) {
+        EXPECT_EQ(jsonString(value), form);
+    }
+    EXPECT_EQ(jsonString("a" + std::string(1, '\0') + std::string(5000, 'x')), "\"a\"");
+}
+
+// The limit counts escaped bytes, the quotes not among them.
+TEST(JsonString, UpTo4087BytesAreWritten) {
+    std::string tabs(2043, '\t');
+    std::string escapedTabs;
+    for (int i = 0; i < 2043; ++i) {
+        escapedTabs += "\\t";
+    }
+    const std::string x(4081, 'x');
+    for (const auto& [value, form] : {std::pair{std::string(4087, 'x'), std::string(4087, 'x')},
+                                      {tabs + "x", escapedTabs + "x"},
+                                      {"x" + tabs, "x" + escapedTabs},
+                                      {x + "\x01", x + "\\u0001"},
+                                      {x + "xxxx\"", x + "xxxx\\\""}}) {
+        EXPECT_EQ(jsonString(value), inQuotes(form));
+        EXPECT_EQ(jsonString(value + "x"), "null");
+        EXPECT_EQ(jsonString("x" + value), "null");
+    }
+    for (const std::string& value : {tabs + "\t", x + "x\x01", x + "xxxxx\x01", x + "xxxxxx\x01",
+                                     x + "xxxxx\"", std::string(100000, 'x')}) {
+        EXPECT_EQ(jsonString(value), "null");
+    }
+}
+
+TEST(PlainBytes, AreAllFromTheBlankUpButTheQuoteAndTheBackslash) {
+    for (int byte = 0; byte < 256; ++byte) {
+        EXPECT_EQ(isPlain(static_cast<char>(byte)), byte >= 0x20 && byte != 0x22 && byte != 0x5c) << byte;
+    }
+}
+
+TEST(PlainBytes, AreCountedUpToEveryByteAtEveryPlace) {
+    for (std::size_t length = 0; length <= 50; ++length) {
+        for (std::size_t place = 0; place < length; ++place) {
+            for (const int byte : {0, 0x1f, 0x20, 0x21, 0x22, 0x23, 0x5b, 0x5c, 0x5d, 0x7f, 0x80, 0xff}) {
+                std::string text(length, 'x');
+                text[place] = static_cast<char>(byte);
+                const auto block = blockOf(text);
+                const bool plain = isPlain(static_cast<char>(byte));
+                ASSERT_EQ(countPlain({block.get(), length}), plain ? length : place)
+                    << byte << " of " << length;
+                ASSERT_EQ(isAllPlain({block.get(), length}), plain) << byte << " at " << place;
+            }
+        }
+    }
+    EXPECT_TRUE(isAllPlain(""));
+    EXPECT_EQ(countPlain(std::string(20, 'x') + "\\xx\""), 20U); // the first of several ends it
+}
+
+} // namespace
 
 } // namespace quelm

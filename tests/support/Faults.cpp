@@ -5,7 +5,6 @@
 #include <cerrno>
 #include <cstdarg>
 #include <cstdlib>
-#include <fstream>
 #include <new>
 #include <utility>
 
@@ -27,32 +26,11 @@ struct Fault {
     Which which;
     pid_t process = 0;
     int calls = 0;
+    std::function<void()> watch;
 };
 
 // Plain storage: malloc is among the calls.
 std::array<Fault, static_cast<std::size_t>(Call::count)> faults;
-std::array<std::function<void()>, static_cast<std::size_t>(Call::count)> watches;
-
-struct WaitAnswer {
-    bool armed = false;
-    pid_t answer = 0;
-    int status = 0;
-};
-WaitAnswer waitAnswer;
-int errnoAfterLookup = 0;
-int tableSize = -1;
-int recordedStatus = -1;
-std::string addedEntry;
-std::string hiddenEntry;
-SelectWatch selectWatch;
-std::vector<std::string> replacement;
-std::size_t longestTransfer = 0;
-std::string growth;
-std::vector<int> flagsOfOpens;
-std::size_t largest = 0;
-int nonBlockingError = 0;
-int newGrants = -1;
-int newFailures = -1;
 
 Fault& faultOf(Call call) {
     return faults[static_cast<std::size_t>(call)];
@@ -60,10 +38,10 @@ Fault& faultOf(Call call) {
 
 // True, with errno set, when this call is to fail.
 bool fails(Call call) {
-    if (auto& watch = watches[static_cast<std::size_t>(call)]) {
-        watch();
-    }
     Fault& fault = faultOf(call);
+    if (fault.watch) {
+        fault.watch();
+    }
     ++fault.calls;
     if (!fault.armed || (fault.which.hereOnly && fault.process != ::getpid())) {
         return false;
@@ -79,73 +57,31 @@ bool fails(Call call) {
 }
 
 std::size_t transferOf(std::size_t wanted) {
-    return longestTransfer != 0 ? std::min(wanted, longestTransfer) : wanted;
+    const std::size_t longest = conditions().longestTransfer;
+    return longest != 0 ? std::min(wanted, longest) : wanted;
 }
 
 } // namespace
 
 void failCall(Call call, int error, const Which& which) {
-    faultOf(call) = {true, error, which, ::getpid(), 0};
+    faultOf(call) = {true, error, which, ::getpid(), 0, std::move(faultOf(call).watch)};
 }
 void stopFailing(Call call) {
     faultOf(call).armed = false;
 }
 void countCalls(Call call) {
-    faultOf(call) = {};
-    flagsOfOpens.clear();
-    largest = 0;
+    failCall(call, 0);
+    stopFailing(call);
 }
 int callsOf(Call call) {
     return faultOf(call).calls;
 }
 void watchCall(Call call, std::function<void()> watch) {
-    watches[static_cast<std::size_t>(call)] = std::move(watch);
+    faultOf(call).watch = std::move(watch);
 }
-void watchSelect(SelectWatch watch) {
-    selectWatch = std::move(watch);
-}
-void limitTransfers(std::size_t longest) {
-    longestTransfer = longest;
-}
-void growBeforeRead(const std::string& bytes) {
-    growth = bytes;
-}
-const std::vector<int>& openFlags() {
-    return flagsOfOpens;
-}
-std::size_t largestRealloc() {
-    return largest;
-}
-void refuseNonBlockingOpen(int error) {
-    nonBlockingError = error;
-}
-void answerWaitpid(pid_t answer, int status) {
-    waitAnswer = {true, answer, status};
-}
-void leaveErrnoAfterLookup(int error) {
-    errnoAfterLookup = error;
-}
-void answerTableSize(int size) {
-    tableSize = size;
-}
-void addDirectoryEntry(const std::string& name) {
-    addedEntry = name;
-}
-void hideDirectoryEntry(const std::string& name) {
-    hiddenEntry = name;
-}
-void recordExecv(int status) {
-    recordedStatus = status;
-}
-void replaceExecv(const std::vector<std::string>& command) {
-    replacement = command;
-}
-LimitedNew::LimitedNew(int granted, int times) {
-    newGrants = granted;
-    newFailures = times;
-}
-LimitedNew::~LimitedNew() {
-    newGrants = -1;
+Conditions& conditions() {
+    static auto* const present = new Conditions; // calls are made until the very end
+    return *present;
 }
 
 extern "C" {
@@ -153,7 +89,6 @@ extern "C" {
 // A call that only ever fails as a whole.
 #define WRAPPED(result, name, parameters, arguments, failure)                                                \
     result __real_##name parameters;                                                                         \
-    result __wrap_##name parameters;                                                                         \
     result __wrap_##name parameters {                                                                        \
         return fails(Call::name) ? (failure) : __real_##name arguments;                                      \
     }
@@ -183,37 +118,31 @@ WRAPPED(char*, strdup, (const char* text), (text), nullptr)
 
 // The descriptor is closed all the same.
 int __real_close(int descriptor);
-int __wrap_close(int descriptor);
 int __wrap_close(int descriptor) {
     const int result = __real_close(descriptor);
     return fails(Call::close) ? -1 : result;
 }
 
 int __real_execv(const char* path, char* const argv[]);
-int __wrap_execv(const char* path, char* const argv[]);
 int __wrap_execv(const char* path, char* const argv[]) {
-    if (!replacement.empty()) {
-        std::vector<char*> arguments;
-        for (std::string& argument : replacement) {
-            arguments.push_back(argument.data());
+    if (conditions().recordedExec) {
+        std::string line = path;
+        for (char* const* argument = argv; *argument != nullptr; ++argument) {
+            line += std::string(" [") + *argument + "]";
         }
-        arguments.push_back(nullptr);
-        return __real_execv(arguments[0], arguments.data());
+        line += '\n';
+        (void)!::write(STDOUT_FILENO, line.data(), line.size());
+        ::_exit(*conditions().recordedExec);
     }
-    if (recordedStatus == -1) {
-        return __real_execv(path, argv);
+    std::vector<char*> arguments;
+    for (std::string& argument : conditions().execInstead) {
+        arguments.push_back(argument.data());
     }
-    std::string line = path;
-    for (char* const* argument = argv; *argument != nullptr; ++argument) {
-        line += std::string(" [") + *argument + "]";
-    }
-    line += '\n';
-    (void)!::write(STDOUT_FILENO, line.data(), line.size());
-    ::_exit(recordedStatus);
+    arguments.push_back(nullptr);
+    return arguments[0] != nullptr ? __real_execv(arguments[0], arguments.data()) : __real_execv(path, argv);
 }
 
 int __real_fcntl(int descriptor, int command, ...);
-int __wrap_fcntl(int descriptor, int command, ...);
 int __wrap_fcntl(int descriptor, int command, ...) {
     va_list arguments;
     va_start(arguments, command);
@@ -223,77 +152,65 @@ int __wrap_fcntl(int descriptor, int command, ...) {
 }
 
 int __real_getdtablesize();
-int __wrap_getdtablesize();
 int __wrap_getdtablesize() {
-    return tableSize == -1 ? __real_getdtablesize() : tableSize;
+    const int answer = conditions().tableSize;
+    return answer == -1 ? __real_getdtablesize() : answer;
 }
 
 passwd* __real_getpwnam(const char* name);
-passwd* __wrap_getpwnam(const char* name);
 passwd* __wrap_getpwnam(const char* name) {
     if (fails(Call::getpwnam)) {
         return nullptr;
     }
     passwd* found = __real_getpwnam(name);
-    if (found != nullptr && errnoAfterLookup != 0) {
-        errno = errnoAfterLookup;
+    if (found != nullptr && conditions().errnoAfterLookup != 0) {
+        errno = conditions().errnoAfterLookup;
     }
     return found;
 }
 
 int __real_open(const char* path, int flags, mode_t mode);
-int __wrap_open(const char* path, int flags, mode_t mode);
 int __wrap_open(const char* path, int flags, mode_t mode) {
-    flagsOfOpens.push_back(flags);
-    if (nonBlockingError != 0 && (flags & O_NONBLOCK) != 0) {
-        errno = nonBlockingError;
+    conditions().openFlags.push_back(flags);
+    if (conditions().nonBlockingOpenError != 0 && (flags & O_NONBLOCK) != 0) {
+        errno = conditions().nonBlockingOpenError;
         return -1;
     }
     return fails(Call::open) ? -1 : __real_open(path, flags, mode);
 }
 
 ssize_t __real_read(int descriptor, void* buffer, std::size_t size);
-ssize_t __wrap_read(int descriptor, void* buffer, std::size_t size);
 ssize_t __wrap_read(int descriptor, void* buffer, std::size_t size) {
-    if (!growth.empty()) {
-        std::ofstream("/proc/self/fd/" + std::to_string(descriptor), std::ios::app)
-            << std::exchange(growth, "");
-    }
     return fails(Call::read) ? -1 : __real_read(descriptor, buffer, transferOf(size));
 }
 
 dirent* __real_readdir(DIR* directory);
-dirent* __wrap_readdir(DIR* directory);
 dirent* __wrap_readdir(DIR* directory) {
     if (fails(Call::readdir)) {
         return nullptr;
     }
-    static dirent added;
-    if (!addedEntry.empty()) {
-        added = {};
-        addedEntry.copy(added.d_name, sizeof added.d_name - 1);
-        addedEntry.clear();
+    static dirent added{};
+    if (!conditions().addedEntry.empty()) {
+        std::exchange(conditions().addedEntry, "").copy(added.d_name, sizeof added.d_name - 1);
         return &added;
     }
     dirent* entry = nullptr;
     do {
         entry = __real_readdir(directory);
-    } while (entry != nullptr && entry->d_name == hiddenEntry);
+    } while (entry != nullptr && entry->d_name == conditions().hiddenEntry);
     return entry;
 }
 
 void* __real_realloc(void* block, std::size_t size);
-void* __wrap_realloc(void* block, std::size_t size);
 void* __wrap_realloc(void* block, std::size_t size) {
-    largest = std::max(largest, size);
+    conditions().largestRealloc = std::max(conditions().largestRealloc, size);
     return fails(Call::realloc) ? nullptr : __real_realloc(block, size);
 }
 
 int __real_select(int width, fd_set* reading, fd_set* writing, fd_set* others, timeval* timeout);
-int __wrap_select(int width, fd_set* reading, fd_set* writing, fd_set* others, timeval* timeout);
 int __wrap_select(int width, fd_set* reading, fd_set* writing, fd_set* others, timeval* timeout) {
-    if (selectWatch) {
-        if (const std::optional<int> answer = selectWatch(width, reading, writing, timeout)) {
+    if (const SelectWatch& watch = conditions().onSelect) {
+        if (const std::optional<int> answer = watch(width, reading, writing, timeout)) {
             return *answer;
         }
     }
@@ -301,20 +218,17 @@ int __wrap_select(int width, fd_set* reading, fd_set* writing, fd_set* others, t
 }
 
 pid_t __real_waitpid(pid_t pid, int* status, int options);
-pid_t __wrap_waitpid(pid_t pid, int* status, int options);
 pid_t __wrap_waitpid(pid_t pid, int* status, int options) {
-    if (waitAnswer.armed) {
-        waitAnswer.armed = false;
+    if (const auto answer = std::exchange(conditions().waitAnswer, std::nullopt)) {
         if (status != nullptr) {
-            *status = waitAnswer.status;
+            *status = answer->second;
         }
-        return waitAnswer.answer;
+        return answer->first;
     }
     return fails(Call::waitpid) ? -1 : __real_waitpid(pid, status, options);
 }
 
 ssize_t __real_write(int descriptor, const void* buffer, std::size_t size);
-ssize_t __wrap_write(int descriptor, const void* buffer, std::size_t size);
 ssize_t __wrap_write(int descriptor, const void* buffer, std::size_t size) {
     return fails(Call::write) ? -1 : __real_write(descriptor, buffer, transferOf(size));
 }
@@ -325,11 +239,11 @@ ssize_t __wrap_write(int descriptor, const void* buffer, std::size_t size) {
 
 void* operator new(std::size_t size) {
     using namespace quelm::test;
-    if (newGrants == 0 && newFailures != 0) {
-        newFailures -= newFailures > 0 ? 1 : 0;
+    if (LimitedNew::grants == 0 && LimitedNew::failures != 0) {
+        LimitedNew::failures -= LimitedNew::failures > 0 ? 1 : 0;
         throw std::bad_alloc();
     }
-    newGrants -= newGrants > 0 ? 1 : 0;
+    LimitedNew::grants -= LimitedNew::grants > 0 ? 1 : 0;
     void* const block = std::malloc(size);
     if (block == nullptr) {
         throw std::bad_alloc();
@@ -339,13 +253,13 @@ void* operator new(std::size_t size) {
 void* operator new[](std::size_t size) {
     return ::operator new(size);
 }
-void operator delete(void* block) noexcept {
-    std::free(block);
-}
 void operator delete[](void* block) noexcept {
     std::free(block);
 }
 void operator delete[](void* block, std::size_t) noexcept {
+    std::free(block);
+}
+void operator delete(void* block) noexcept {
     std::free(block);
 }
 void operator delete(void* block, std::size_t) noexcept {

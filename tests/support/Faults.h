@@ -5,6 +5,7 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <sys/select.h>
@@ -12,38 +13,13 @@
 
 namespace quelm::test {
 
+// clang-format off
 enum class Call {
-    chroot,
-    close,
-    close_range,
-    curl_easy_escape,
-    curl_easy_unescape,
-    fcntl,
-    fork,
-    getgrgid,
-    getgrnam,
-    getpwnam,
-    getpwuid,
-    initgroups,
-    kill,
-    malloc,
-    open,
-    opendir,
-    pipe,
-    read,
-    readdir,
-    realloc,
-    select,
-    setgid,
-    setuid,
-    SHA1_Final,
-    SHA1_Init,
-    SHA1_Update,
-    strdup,
-    waitpid,
-    write,
-    count
+    chroot, close, close_range, curl_easy_escape, curl_easy_unescape, fcntl, fork, getgrgid, getgrnam,
+    getpwnam, getpwuid, initgroups, kill, malloc, open, opendir, pipe, read, readdir, realloc, select,
+    setgid, setuid, SHA1_Final, SHA1_Init, SHA1_Update, strdup, waitpid, write, count
 };
+// clang-format on
 
 // Which calls fail: `times` of them (-1: all) after the first `skip`, in this process only or in its children
 // too.
@@ -76,55 +52,42 @@ int callsOf(Call call);
 // From now on `watch` is called before each such call; an empty function ends it.
 void watchCall(Call call, std::function<void()> watch);
 
-// From now on `watch` sees the arguments of every select before it is made; a value that it returns is the
-// answer, and select is not called. An empty function ends it.
+// Sees the arguments of a select before it is made; a value that it returns is the answer, and select is not
+// called.
 using SelectWatch =
     std::function<std::optional<int>(int width, fd_set* reading, fd_set* writing, timeval* timeout)>;
-void watchSelect(SelectWatch watch);
 
-// From now on a read or write moves at most so many bytes; 0 ends it.
-void limitTransfers(std::size_t longest);
-
-// The next read finds these bytes appended to its file.
-void growBeforeRead(const std::string& bytes);
-
-// The flags of the opens since countCalls(Call::open), and the largest realloc since
-// countCalls(Call::realloc).
-const std::vector<int>& openFlags();
-std::size_t largestRealloc();
-
-// A non-blocking open fails with this error from now on; 0 ends it.
-void refuseNonBlockingOpen(int error);
-
-// The next waitpid answers so, without waiting for anybody.
-void answerWaitpid(pid_t answer, int status);
-
-// From now on getpwnam leaves this errno when it has found the user.
-void leaveErrnoAfterLookup(int error);
-
-// From now on getdtablesize answers so; -1 ends it.
-void answerTableSize(int size);
-
-// The next readdir gives an entry of this name.
-void addDirectoryEntry(const std::string& name);
-
-// From now on readdir leaves out the entries of this name.
-void hideDirectoryEntry(const std::string& name);
-
-// From now on execv prints "PATH", then " [ARGUMENT]" for each argument and a newline on descriptor 1 and
-// ends the process with `status`.
-void recordExecv(int status);
-
-// From now on execv runs this program instead; the first of `command` is its path and its argument 0.
-void replaceExecv(const std::vector<std::string>& command);
+// What else a test can change about the calls, where everything is off at first, and see of them.
+struct Conditions {
+    std::size_t longestTransfer = 0;                 // a read or write moves at most so many bytes
+    int nonBlockingOpenError = 0;                    // a non-blocking open fails with this error
+    int errnoAfterLookup = 0;                        // getpwnam leaves this errno when it has found the user
+    int tableSize = -1;                              // getdtablesize answers so
+    std::string addedEntry;                          // the next readdir gives an entry of this name
+    std::string hiddenEntry;                         // readdir leaves out the entries of this name
+    std::optional<std::pair<pid_t, int>> waitAnswer; // the next waitpid's answer and status; it does not wait
+    SelectWatch onSelect;
+    std::optional<int> recordedExec; // execv prints "PATH", " [ARGUMENT]" for each and a newline, and ends so
+    std::vector<std::string> execInstead; // execv runs this; the first is its path and its argument 0
+    std::vector<int> openFlags;           // the flags of the opens so far
+    std::size_t largestRealloc = 0;       // so far
+};
+Conditions& conditions();
 
 // While it lives, operator new throws std::bad_alloc after `granted` successes, `times` times (-1: always).
 class LimitedNew {
 public:
-    explicit LimitedNew(int granted, int times = -1);
+    explicit LimitedNew(int granted, int times = -1) {
+        conditions(); // makes its own first
+        grants = granted;
+        failures = times;
+    }
     LimitedNew(const LimitedNew&) = delete;
     LimitedNew& operator=(const LimitedNew&) = delete;
-    ~LimitedNew();
+    ~LimitedNew() { grants = -1; }
+
+    static inline int grants = -1;
+    static inline int failures = -1;
 };
 
 } // namespace quelm::test

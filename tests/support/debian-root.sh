@@ -1,15 +1,17 @@
 #!/bin/bash
 # Throw-away Debian systems, for scripts that source this file as root. Needs debootstrap.
 
-# lay_debian SUITE FOLDER: the minimal system of that suite, from the machine's own mirror and with its apt settings.
+# lay_debian SUITE FOLDER [OPTION...]: the minimal system of that suite, from the machine's own mirror and with its apt
+# settings; the options are debootstrap's.
 lay_debian() {
     local suite=$1 folder=$2 mirror script=()
+    shift 2
     # shellcheck disable=SC2016 # for apt-get
     mirror=$(apt-get indextargets --format '$(SITE) $(LABEL)' | awk '$2 == "Debian" { print $1; exit }')
     # An older debootstrap does not know the newest names; all suites since trixie are laid alike.
     [[ -e /usr/share/debootstrap/scripts/$suite ]] || script=(trixie)
     echo "Laying $suite in $folder"
-    debootstrap --variant=minbase "$suite" "$folder" "$mirror" "${script[@]}" >"$folder.log" 2>&1 || {
+    debootstrap --variant=minbase "$@" "$suite" "$folder" "$mirror" "${script[@]}" >"$folder.log" 2>&1 || {
         cat "$folder.log"
         return 1
     }

@@ -7,19 +7,19 @@ import dataclasses
 import os
 import pathlib
 import re
+import shlex
 import socket
 import subprocess
 
 SCRIPT = pathlib.Path(__file__).resolve().with_name("private-host")
-TAMRIX = "/opt/ovt/admin/sbin/tamrix"
+SBIN = "/opt/ovt/admin/sbin"
+TAMRIX = f"{SBIN}/tamrix"
 REGISTRY = "/etc/ovt/php_versions.json"
 PACKAGES = "/etc/ovt/php_versions.d"
 HOOKS = "/etc/ovt/php_configurator.d"
 HOOK_LOG = "/var/log/quelm/php_handler_configurators.log"
 CALLS = "/opt/ovt/calls"
 TIME_STAMP = re.compile(r"^\[\d{4}-\d\d-\d\d \d\d-\d\d-\d\d\.\d{3}\] Start: ", re.MULTILINE)
-
-
 # For PrivateHost.shell: tamrix without root's right to read and enter everything.
 UNPRIVILEGED = (
     'if [ "$(id -u)" = 0 ]; then set -- setpriv --bounding-set -dac_override,-dac_read_search "$@"; fi\n'
@@ -32,10 +32,6 @@ def text(data):
 
 def data(value):
     return value if isinstance(value, bytes) else value.encode("utf-8", "surrogateescape")
-
-
-def quoted(word):
-    return "'" + word.replace("'", "'\\''") + "'"
 
 
 @dataclasses.dataclass
@@ -53,7 +49,19 @@ def failed(err, out=""):
     return Result(1, out, err)
 
 
+def fatal(what, out=""):
+    """An unexpected failure, which is shown on both streams."""
+    return Result(1, f"{out}Fatal error: {what}\n", f"Fatal error: {what}\n")
+
+
+def fatal_file(doing, reason, path, out=""):
+    return fatal(f"std::filesystem::__cxx11::filesystem_error(filesystem error: {doing}: {reason} [{path}])", out)
+
+
 class PrivateHost:
+    # The words before the program's, for a program of another architecture.
+    emulator = ()
+
     def __init__(self, folder, binary, shared=None):
         self.folder = pathlib.Path(folder)
         command = [SCRIPT, "create", folder, binary] + ([shared] if shared else [])
@@ -114,15 +122,15 @@ class PrivateHost:
 
     def php(self, inside, banner="PHP 8.1.2 (cgi-fcgi) (built: Jan  1 2024 00:00:00)\n", status=0, err=""):
         """An interpreter that prints `banner` for -v and ends with `status`."""
-        return self.recorder(inside, f"printf %s {quoted(banner)}\nprintf %s {quoted(err)} >&2\nexit {status}")
+        body = f"printf %s {shlex.quote(banner)}\nprintf %s {shlex.quote(err)} >&2\nexit {status}"
+        return self.recorder(inside, body)
 
     def tool(self, name, status=0, err="", out=""):
         """A sibling tool that only records its call."""
-        body = f"printf %s {quoted(out)}\nprintf %s {quoted(err)} >&2\nexit {status}"
-        return self.recorder(f"/opt/ovt/admin/sbin/{name}", body)
+        return self.php(f"{SBIN}/{name}", out, status, err)
 
     def record_tools(self):
-        for name in ("depotctl", "quotagate", "quelmrc", "svc_enlist"):
+        for name in ("depotctl", "quotagate", "quelmrc"):
             self.tool(name)
 
     def hook(self, name, body="", mode=0o755):
@@ -138,11 +146,23 @@ class PrivateHost:
         return Result(done.returncode, text(done.stdout), text(done.stderr))
 
     def tamrix(self, *words, **how):
-        return self.run(TAMRIX, *words, **how)
+        return self.run(*self.emulator, TAMRIX, *words, **how)
 
     def shell(self, script, *words, **how):
         """Runs a shell script whose "$@" is tamrix with the given words."""
-        return self.run("/bin/sh", "-c", script, "sh", TAMRIX, *words, **how)
+        return self.run("/bin/sh", "-c", script, "sh", *self.emulator, TAMRIX, *words, **how)
+
+    def started_by(self, code, *words):
+        """Runs tamrix from a Python process that first does what `code` says."""
+        script = f"import fcntl, os, resource, signal, sys\n{code}\nos.execv(sys.argv[1], sys.argv[1:])"
+        return self.run("/usr/bin/python3", "-c", script, TAMRIX, *words)
+
+    def traced(self, options, *words):
+        """The result of a run under strace, and the trace."""
+        # The leak checker of a sanitized build cannot work beside strace.
+        result = self.run("/usr/bin/strace", "-qq", "-o", "/opt/ovt/trace", *options, TAMRIX, *words,
+                          env={"ASAN_OPTIONS": "detect_leaks=0"})
+        return result, self.read("/opt/ovt/trace")
 
     # The system log.
 
@@ -158,9 +178,10 @@ class PrivateHost:
         os.chmod(self.folder / "dev/log", 0o666)
 
     def log_messages(self):
+        """What came since the last time, without the end that some C libraries send."""
         messages = []
         while True:
             try:
-                messages.append(text(self._log.recv(65536)))
+                messages.append(text(self._log.recv(65536)).rstrip("\0"))
             except BlockingIOError:
                 return messages

@@ -10,6 +10,7 @@ import random
 import re
 import shutil
 import signal
+import subprocess
 import sys
 import tempfile
 
@@ -20,11 +21,14 @@ PROFILES = os.path.dirname(os.environ.get("LLVM_PROFILE_FILE", "")) or None
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 sys.path.insert(0, str(ROOT / "tests/support"))
 
+import commands  # noqa: E402
 import private_host  # noqa: E402
+from registry_text import CGI, CLI, INI  # noqa: E402
 
 
 def pytest_addoption(parser):
     parser.addoption("--binary", default=str(ROOT / "build/release/tamrix"), help="the program under test")
+    parser.addoption("--emulator", default="", help="what runs a program of another architecture")
     parser.addoption("--hosts", help="folder for the private hosts; those of failed tests stay there")
     parser.addoption("--rounds", type=int, default=3, help="how often changes at once are tried")
     parser.addoption("--seed", help="seed of the random sequences")
@@ -71,14 +75,33 @@ def host(request):
     name = re.sub(r"[^A-Za-z0-9_]+", "-", request.node.name)[:60]
     folder = tempfile.mkdtemp(prefix=f"tamrix-{name}.", dir=hosts)
     made = private_host.PrivateHost(folder, request.config.getoption("--binary"), PROFILES)
+    made.emulator = request.config.getoption("--emulator").split()
     made.record_tools()
     yield made
     made.close()
     reap_orphans()
+    # What a test forbids to itself its user may delete afterwards.
+    subprocess.run(["chmod", "-R", "u+rwX", folder], check=False)
     if getattr(request.node, "has_failed", False):
         print(f"kept: {folder}")
     else:
         shutil.rmtree(folder)
+
+
+@pytest.fixture
+def php_host(host):
+    """With both interpreters and their php.ini."""
+    host.php(CGI)
+    host.php(CLI)
+    host.write(INI)
+    return host
+
+
+@pytest.fixture
+def furnished(host):
+    """With all that the commands need, a hook and a package file included."""
+    commands.furnish(host)
+    return host
 
 
 @pytest.fixture

@@ -48,25 +48,6 @@ def test_twelve_compressed_logs_are_kept_the_newest_first(log):
     assert gzip.decompress(log.path(HOOK_LOG + ".12.gz").read_bytes()) == b"2\n"
 
 
-def test_a_log_is_rotated_once_in_a_month(log):
-    log.write("/opt/ovt/state", f'logrotate state -- version 2\n"{HOOK_LOG}" 2001-2-3-4:5:6\n', 0o600)
-    log.write(HOOK_LOG, "old\n")
-    rotate(log)
-    log.write(HOOK_LOG, "new\n")
-    rotate(log)
-    assert kept(log) == ["", ".1.gz"]
-
-
-def test_hooks_go_on_in_a_new_log(log):
-    log.registry = document(record("a"))
-    log.hook("10-told")
-    log.tamrix("--update", "--id", "a", "--type", "fastcgi")
-    rotate(log, "--force")
-    assert log.hook_log is None
-    log.tamrix("--update", "--id", "a", "--type", "cgi")
-    assert log.hook_log.count("Start: ") == 1
-
-
 def test_a_link_in_place_of_the_log_is_left_alone(log):
     log.write("/var/log/quelm/elsewhere", "old\n")
     log.path(HOOK_LOG).symlink_to("elsewhere")

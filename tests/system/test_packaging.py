@@ -63,11 +63,10 @@ CURL = pathlib.Path("/usr/share/doc/libcurl4-openssl-dev/copyright")
 
 @pytest.mark.skipif(not CURL.exists(), reason="libcurl4-openssl-dev is not installed")
 def test_the_packages_carry_the_notice_that_curl_asks_for():
-    def licence(text):
-        return re.search(r"^License: curl\n((?: .*\n)+)", text, re.MULTILINE)[1]
-
-    ours = (ROOT / "packaging/copyright").read_text(encoding="utf-8")
-    theirs = CURL.read_text(encoding="utf-8")
-    assert licence(ours) == licence(theirs)
-    owner = re.search(r"^Files: \*\nCopyright: (.*)\n", theirs, re.MULTILINE)[1]
-    assert f"\n {owner}\n" in ours
+    """Years and line ends differ between releases."""
+    ours, theirs = (" ".join(re.sub(r"(?m)^ \.$", "", path.read_text(encoding="utf-8")).split())
+                    for path in (ROOT / "packaging/copyright", CURL))
+    for wanted in (r"Permission to use, copy, modify, and distribute .*? authorization of the copyright holder\.",
+                   r"(?<=Copyright: )[\d ,-]+(\w+ \w+)"):
+        found = re.search(wanted, theirs)
+        assert (found[1] if found.lastindex else found[0]) in ours

@@ -1,16 +1,21 @@
-"""The version probe, seen through --add."""
+"""The version probe, seen through --add and --reread: PHP interpreters, and interpreters that are none.
+
+--add fails with the probe's message and changes nothing, --reread drops the handler with a warning and serves the
+others. A message ends at a NUL byte that was printed, as messages are C strings."""
 
 import os
+import time
 
 import pytest
 
-from private_host import UNPRIVILEGED, failed, ok
+from private_host import UNPRIVILEGED, failed, fatal_file, ok
 from registry_text import CGI, INI, document, record
 
 ADD = ("--add", "--phpini", INI, "--type", "cgi", "--id", "x", "--path")
+BAD = "/opt/ovt/php/bad"
+LOOP = "/opt/ovt/loop"
 PARSED = {
     "a cgi banner": ("PHP 7.4.33-nmm1 (cgi-fcgi) (built: Nov  8 2022 11:33:53)\nCopyright\n", "7.4.33"),
-    "a cli banner": ("PHP 8.1.2 (cli) (built: x)\n", "8.1.2"),
     "no dots": ("PHP 8 (cli)\n", "8"),
     "a trailing dot": ("PHP 8.1.\n", "8.1"),
     "nothing behind the number": ("PHP 8.1", "8.1"),
@@ -24,7 +29,6 @@ PARSED = {
     "many groups": ("PHP 1.2.3.4.5.6.7.8\n", "1.2.3.4.5.6.7.8"),
 }
 NOT_PARSED = {
-    "nothing": "",
     "a leading blank": " PHP 8.1.2\n",
     "lower case": "php 8.1.2\n",
     "no number": "PHP x\n",
@@ -37,7 +41,7 @@ NOT_PARSED = {
 @pytest.mark.parametrize("name", PARSED)
 def test_the_version_is_found_with(host, name):
     banner, version = PARSED[name]
-    host.php(CGI, banner)
+    host.php(CGI, banner, err="PHP 9.9\n")
     assert host.tamrix(*ADD, CGI) == ok("x\n")
     assert host.registry == document(record("x", version=version))
 
@@ -49,56 +53,32 @@ def test_the_whole_output_is_shown_for(host, name):
     assert host.registry is None
 
 
-def test_the_binary_is_run_with_n_and_v_and_an_empty_input(host):
-    host.recorder(CGI, 'echo "input: $(cat)" >>/opt/ovt/calls\necho "PHP 8.1.2"')
-    assert host.tamrix(*ADD, CGI, "--no-set-dirty-flag", stdin="caller's") == ok("x\n")
-    assert host.calls == [f"{CGI} -n -v", "input: "]
+def test_the_binary_is_run_anew_each_time_with_n_and_v_and_an_empty_input(host):
+    host.recorder(CGI, 'echo "input: $(cat)" >>/opt/ovt/calls\necho "PHP 1.$INHERITED"')
+    words = (CGI, "--clipath", CGI, "--no-set-dirty-flag")
+    assert host.tamrix(*ADD, *words, stdin="caller's", env={"INHERITED": "42"}) == ok("x\n")
+    assert host.calls == [f"{CGI} -n -v", "input: "] * 2
+    assert host.registry == document(record("x", clipath=CGI, version="1.42"))
 
 
-def test_the_environment_is_inherited(host):
-    host.recorder(CGI, 'echo "PHP 1.$INHERITED"')
-    assert host.tamrix(*ADD, CGI, env={"INHERITED": "42"}) == ok("x\n")
-    assert host.registry == document(record("x", version="1.42"))
-
-
-def test_standard_error_is_not_looked_at(host):
-    host.php(CGI, "PHP 8.1.2\n", err="PHP 9.9\n")
-    assert host.tamrix(*ADD, CGI) == ok("x\n")
-    host.php(CGI, "", err="PHP 9.9\n")
-    assert host.tamrix(*ADD, CGI) == failed("Unable to parse php version : \n")
-
-
-@pytest.mark.parametrize("status", [1, 2, 255])
-def test_a_non_zero_status_fails_although_the_banner_matches(host, status):
-    host.php(CGI, status=status)
-    assert host.tamrix(*ADD, CGI) == failed(f"can not get version from {CGI}\n")
-
-
-def test_a_binary_killed_by_a_signal_fails(host):
-    host.recorder(CGI, 'echo "PHP 8.1"; kill -9 $$')
-    assert host.tamrix(*ADD, CGI) == failed(f"can not get version from {CGI}\n")
-
-
-@pytest.mark.parametrize("path", ["", "/no/such", "no-slash", "/etc/passwd/x", "/opt/ovt/dangling"])
-def test_nothing_at_the_path(host, path):
+# The path, what is laid there (its text and mode, None for nothing), and what is said.
+@pytest.mark.parametrize("path,content,mode,message", [
+    ("", None, 0, "Binary  doesn't exists"),
+    ("/no/such", None, 0, "Binary /no/such doesn't exists"),
+    ("no-slash", None, 0, "Binary no-slash doesn't exists"),
+    ("/etc/passwd/x", None, 0, "Binary /etc/passwd/x doesn't exists"),
+    ("/opt/ovt/dangling", None, 0, "Binary /opt/ovt/dangling doesn't exists"),
+    ("/opt/ovt", None, 0, "can not get version from /opt/ovt"),
+    (BAD, "PHP 8.1\n", 0o644, f"can not get version from {BAD}"),
+    # A file without an interpreter line is run by the shell.
+    (BAD, 'echo "shell $1 $2"\n', 0o755, "Unable to parse php version : shell -n -v\n"),
+    (BAD, "", 0o755, "Unable to parse php version : ")])
+def test_at_the_path_is_no_interpreter(host, path, content, mode, message):
     os.symlink("/no/such", host.path("/opt/ovt/dangling"))
-    assert host.tamrix(*ADD, path) == failed(f"Binary {path} doesn't exists\n")
-
-
-def test_a_folder_passes_the_existence_test_and_fails_to_run(host):
-    assert host.tamrix(*ADD, "/opt/ovt") == failed("can not get version from /opt/ovt\n")
-
-
-def test_a_file_that_is_not_executable_fails_to_run(host):
-    host.write(CGI, "PHP 8.1\n")
-    assert host.tamrix(*ADD, CGI) == failed(f"can not get version from {CGI}\n")
-
-
-def test_a_file_without_interpreter_line_is_run_by_the_shell(host):
-    host.write(CGI, 'echo "shell $1 $2"\n', 0o755)
-    assert host.tamrix(*ADD, CGI) == failed("Unable to parse php version : shell -n -v\n\n")
-    host.write(CGI, "", 0o755)
-    assert host.tamrix(*ADD, CGI) == failed("Unable to parse php version : \n")
+    if content is not None:
+        host.write(path, content, mode)
+    assert host.tamrix(*ADD, path) == failed(message + "\n")
+    assert host.registry is None
 
 
 def test_a_link_to_a_binary_is_followed(host):
@@ -108,50 +88,25 @@ def test_a_link_to_a_binary_is_followed(host):
     assert host.registry == document(record("x", path="/opt/ovt/link"))
 
 
-def test_a_link_loop_is_the_file_system_s_own_error(host):
-    os.symlink("/opt/ovt/loop", host.path("/opt/ovt/loop"))
-    fatal = (
-        "Fatal error: std::filesystem::__cxx11::filesystem_error(filesystem error: status: Too many levels of"
-        " symbolic links [/opt/ovt/loop])\n")
-    assert host.tamrix(*ADD, "/opt/ovt/loop") == failed(fatal, fatal)
-
-
-def test_a_too_long_path_is_the_file_system_s_own_error(host):
-    path = "/" + "x" * 300
-    fatal = (
-        "Fatal error: std::filesystem::__cxx11::filesystem_error(filesystem error: status: File name too long"
-        f" [{path}])\n")
-    assert host.tamrix(*ADD, path) == failed(fatal, fatal)
-
-
-def test_a_forbidden_folder_is_the_file_system_s_own_error(host):
+@pytest.mark.parametrize("path,reason", [
+    (LOOP, "Too many levels of symbolic links"), ("/" + "x" * 300, "File name too long"),
+    ("/" + "x/" * 50_000, "File name too long"), ("/opt/ovt/closed/php", "Permission denied")],
+    ids=["link loop", "long name", "long path", "closed folder"])
+def test_a_path_that_cannot_be_examined_is_the_file_system_s_own_error(host, path, reason):
+    os.symlink(LOOP, host.path(LOOP))
     host.php("/opt/ovt/closed/php")
     host.path("/opt/ovt/closed").chmod(0)
-    fatal = (
-        "Fatal error: std::filesystem::__cxx11::filesystem_error(filesystem error: status: Permission denied"
-        " [/opt/ovt/closed/php])\n")
-    assert host.shell(UNPRIVILEGED, *ADD, "/opt/ovt/closed/php") == failed(fatal, fatal)
-    host.path("/opt/ovt/closed").chmod(0o755)
+    assert host.shell(UNPRIVILEGED, *ADD, path) == fatal_file("status", reason, path)
 
 
 def test_a_slashless_path_is_looked_up_in_the_path_but_must_exist_here(host):
     host.php("/opt/ovt/bin/php-x", "PHP 8.1\n")
     host.php("/opt/ovt/here/php-x", "PHP 9.1\n")
+    path = {"PATH": "/opt/ovt/bin:/usr/bin:/bin"}
+    assert host.tamrix(*ADD, "php-x", env=path) == failed("Binary php-x doesn't exists\n")
     script = 'cd /opt/ovt/here && PATH=/opt/ovt/bin:$PATH && exec "$@"'
     assert host.shell(script, *ADD, "php-x") == ok("x\n")
     assert host.registry == document(record("x", path="php-x", version="8.1"))
-
-
-def test_every_call_runs_the_binary_anew(host):
-    host.php(CGI)
-    assert host.tamrix(*ADD, CGI, "--clipath", CGI, "--no-set-dirty-flag") == ok("x\n")
-    assert host.calls == [f"{CGI} -n -v"] * 2
-
-
-def test_large_outputs_on_both_streams(host):
-    host.recorder(CGI, "head -c 1000000 /dev/zero | tr '\\0' e >&2\nhead -c 1000000 /dev/zero | tr '\\0' o\necho\n"
-                       'echo "PHP 8.1"')
-    assert host.tamrix(*ADD, CGI) == ok("x\n")
 
 
 def test_a_version_of_very_many_groups_does_no_harm(host):
@@ -165,7 +120,88 @@ def test_a_version_of_very_many_groups_does_no_harm(host):
         assert result.out == result.err
 
 
-def test_a_very_long_line_is_no_trouble(host):
-    host.recorder(CGI, "printf 'PHP 8.1 '\nhead -c 2000000 /dev/zero | tr '\\0' o")
-    assert host.tamrix(*ADD, CGI) == ok("x\n")
-    assert host.registry == document(record("x", version="8.1"))
+# Programs that are no interpreters.
+
+EVERY_BYTE = "".join(f"\\{byte:03o}" for byte in [*range(1, 256), 0])
+PRINTED = bytes(range(1, 256)).decode("utf-8", "surrogateescape")
+NO_VERSION = f"can not get version from {BAD}"
+# What the program does, and the message that this gives.
+REFUSED = {
+    "prints every byte": (f"printf '{EVERY_BYTE}'", f"Unable to parse php version : {PRINTED}"),
+    "prints a NUL first": ("printf '\\000PHP 8.1\\n'", "Unable to parse php version : "),
+    "prints a program": ("printf '\\177ELF\\002\\000more'", "Unable to parse php version : \x7fELF\x02"),
+    "prints a format": ("echo '%s%n%1%'", "Unable to parse php version : %s%n%1%\n"),
+    "prints a wide version": ("printf 'P\\000H\\000P\\000'", "Unable to parse php version : P"),
+    "prints nothing": (":", "Unable to parse php version : "),
+    "prints blank lines": ("printf '\\n\\n\\n'", "Unable to parse php version : \n\n\n"),
+    "closes its outputs": ("exec >&- 2>&-; sleep 0.3", "Unable to parse php version : "),
+    "prints the version as an error": ("echo PHP 8.1 >&2", "Unable to parse php version : "),
+    "ends by a fault": ("echo PHP 8.1; kill -SEGV $$", NO_VERSION),
+    "ends by termination": ("echo PHP 8.1; kill -TERM $$", NO_VERSION),
+    "ends by a broken pipe": ("echo PHP 8.1; kill -PIPE $$", NO_VERSION),
+    "is killed": ("echo PHP 8.1; kill -9 $$", NO_VERSION),
+    "fails after a good banner": ("echo PHP 8.1; exit 255", NO_VERSION),
+    "fails by 1": ("echo PHP 8.1; exit 1", NO_VERSION),
+}
+# What the program does and the version that is found.
+SERVED = {
+    "prints bytes behind the version": (f"printf 'PHP 8.1{EVERY_BYTE.replace(chr(92) + '012', '')}\\n'", "8.1"),
+    "prints ten megabytes in one line behind it": ("printf 'PHP 8.1 '; head -c 10000000 /dev/zero | tr '\\0' o", "8.1"),
+    "prints ten megabytes of NUL behind it": ("printf 'PHP 8.1 '; head -c 10000000 /dev/zero", "8.1"),
+    "prints ten megabytes in one line before it": (
+        "head -c 10000000 /dev/zero | tr '\\0' o; printf '\\nPHP 8.1\\n'", "8.1"),
+    "prints two million lines before it": ("yes | head -n 2000000; echo PHP 8.1", "8.1"),
+    "prints errors without end before it": ("head -c 10000000 /dev/zero >&2; echo PHP 8.1", "8.1"),
+    "reads its input": ("cat; read line; echo PHP 8.1", "8.1"),
+    "closes its input": ("exec <&-; echo PHP 8.1", "8.1"),
+    "leaves its group and session": ("exec setsid -w echo PHP 8.1", "8.1"),
+    "leaves a daemon behind": ("echo PHP 8.1; setsid sleep 60 >/dev/null 2>&1 &", "8.1"),
+    "prints in two parts": ("printf PH; sleep 0.2; echo P 8.1", "8.1"),
+    "is told a huge number": (f"echo PHP {'9' * 3000}", "9" * 3000),
+    "has the longest version": (f"echo PHP {'9' * 4087}", "9" * 4087),
+}
+
+
+def interpreter(host, body):
+    host.write(BAD, f"#!/bin/sh\n{body}\n", 0o755)
+
+
+@pytest.mark.parametrize("name", REFUSED)
+def test_no_handler_is_added_and_one_is_dropped_when_the_interpreter(php_host, name):
+    body, message = REFUSED[name]
+    interpreter(php_host, body)
+    assert php_host.tamrix(*ADD, BAD) == failed(message + "\n")
+    assert php_host.registry is None
+    assert php_host.calls == []
+    php_host.registry = document(record("a"), record("b", path=BAD), record("c"))
+    assert php_host.tamrix("--reread") == ok(
+        err=f"[Warning] removing handler `8.1.2' (b) due to errors in getting php version :{message}\n")
+    assert php_host.registry == document(record("a"), record("c"))
+
+
+@pytest.mark.parametrize("name", SERVED)
+def test_the_version_is_read_when_the_interpreter(host, name):
+    body, version = SERVED[name]
+    interpreter(host, body)
+    before = time.monotonic()
+    assert host.tamrix(*ADD, BAD, stdin="caller's") == ok("x\n")
+    assert time.monotonic() - before < 20
+    assert host.registry == document(record("x", path=BAD, version=version))
+    assert host.tamrix("--list-json") == ok(document(record("x", path=BAD, version=version, displayname=version)))
+
+
+def test_a_ten_megabyte_line_without_version_is_shown_whole(host):
+    interpreter(host, "head -c 10000000 /dev/zero | tr '\\0' o")
+    assert host.tamrix(*ADD, BAD) == failed("Unable to parse php version : " + "o" * 10_000_000 + "\n")
+
+
+def test_an_interpreter_that_waits_for_input_is_not_left_waiting(host):
+    """Even when the caller's own input never ends."""
+    interpreter(host, "cat >/dev/null; echo PHP 8.1")
+    assert host.shell('mkfifo /tmp/open && exec "$@" <>/tmp/open', *ADD, BAD, timeout=30) == ok("x\n")
+
+
+def test_a_version_longer_than_any_value_is_stored_as_null(host):
+    interpreter(host, f"echo PHP {'9' * 4088}")
+    assert host.tamrix(*ADD, BAD) == ok("x\n")
+    assert host.registry == document(record("x", path=BAD, version="@")).replace('"@"', "null")

@@ -48,6 +48,11 @@ class Model:
             shown.append(one)
         return shown
 
+    def stored(self, handler):
+        """What is kept of the values, with the version of the path."""
+        pair = {} if handler["type"] == "fpm" else {"service": "", "poold": ""}
+        return {**handler, "version": PHP[handler["path"]], **pair}
+
     def add(self, pick):
         new = {
             "id": pick.choice(IDS), "path": pick.choice(list(PHP)), "clipath": pick.choice(["", *PHP]),
@@ -56,12 +61,9 @@ class Model:
         words = [word for key, value in new.items() if key != "system" and (key != "clipath" or value)
                  for word in (f"--{key}", value)]
         if self.find(new["id"]):
-            expected = 1
-        else:
-            expected = 0
-            pair = {} if new["type"] == "fpm" else {"service": "", "poold": ""}
-            self.handlers.append({**new, "version": PHP[new["path"]], **pair})
-        return ["--add", *words], expected
+            return ["--add", *words], 1
+        self.handlers.append(self.stored(new))
+        return ["--add", *words], 0
 
     def update(self, pick):
         id = pick.choice(IDS)
@@ -84,11 +86,10 @@ class Model:
     def remove(self, pick):
         id = pick.choice(IDS)
         handler = self.find(id)
-        if handler is not None and handler["system"]:
-            return ["--remove", "--id", id], 1
-        if handler is not None:
+        refused = handler is not None and handler["system"]
+        if handler is not None and not refused:
             self.handlers.remove(handler)
-        return ["--remove", "--id", id], 0
+        return ["--remove", "--id", id], int(refused)
 
     def reread(self, pick):
         """At most one package file, so that the order in the folder does not matter."""
@@ -108,13 +109,11 @@ class Model:
     def package(self, new):
         if self.find(new["id"]):
             return
-        pair = {} if new["type"] == "fpm" else {"service": "", "poold": ""}
-        handler = {**new, "version": PHP[new["path"]], "system": True, **pair}
+        handler = {**self.stored(new), "system": True}
         self.handlers.append(handler)
         twin = new["id"] + "-dedicated"
-        if new["type"] == "fpm" and not handler["version"].startswith("5") and not self.find(twin):
-            if handler["version"] >= "7.3":
-                self.handlers.append({**handler, "id": twin, "poold": ""})
+        if new["type"] == "fpm" and handler["version"] >= "7.3" and not self.find(twin):
+            self.handlers.append({**handler, "id": twin, "poold": ""})
 
 
 @pytest.mark.parametrize("number", range(3))
@@ -133,5 +132,4 @@ def test_the_registry_follows_the_model(host, request, number):
             assert host.registry == model.text(), (step, words)
         listed = host.tamrix("--list-json")
         assert (listed.status, listed.err) == (0, "")
-        assert [
-            {**handler} for handler in json.loads(listed.out)["php"]] == model.listed(), (step, words)
+        assert json.loads(listed.out)["php"] == model.listed(), (step, words)

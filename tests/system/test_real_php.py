@@ -8,8 +8,8 @@ import subprocess
 import pytest
 
 from debian_php import PHP, needed
-from private_host import PACKAGES, SCRIPT, TAMRIX, failed, ok
-from registry_text import document, record
+from private_host import PACKAGES, SCRIPT, failed, ok
+from registry_text import document, package, record
 
 CGI, CLI, FPM = f"/usr/bin/php-cgi{PHP}", f"/usr/bin/php{PHP}", f"/usr/sbin/php-fpm{PHP}"
 INI = f"/etc/php/{PHP}/{{}}/php.ini"
@@ -61,14 +61,12 @@ def test_fpm_is_added_when_its_unit_is_installed(real_host, version):
 
 
 def test_a_package_file_of_each_kind(real_host, version):
-    kinds = {"cgi": (CGI, ""), "fastcgi": (CGI, ""), "fpm": (FPM, f"service={SERVICE}\npoold={POOL}\n")}
+    kinds = {"cgi": (CGI, {}), "fastcgi": (CGI, {}), "fpm": (FPM, {"service": SERVICE, "poold": POOL})}
     expected = {}
     for kind, (path, more) in kinds.items():
         ini = INI.format("fpm" if kind == "fpm" else "cgi")
-        real_host.write(
-            f"{PACKAGES}/{kind}.conf",
-            f"displayname=$version by Debian\npath={path}\nclipath={CLI}\nphpini={ini}\ntype={kind}\nid=deb-{kind}\n"
-            + more)
+        real_host.write(f"{PACKAGES}/{kind}.conf", package(path, CLI, ini, kind, "$version by Debian", id=f"deb-{kind}",
+                                                           **more))
         fields = {"path": path, "clipath": CLI, "phpini": ini, "version": version, "type": kind, "system": True,
                   "displayname": "%24version%20by%20Debian", "service": SERVICE}
         expected[kind] = [record(f"deb-{kind}", poold=POOL, **fields)]
@@ -99,8 +97,3 @@ def test_an_interpreter_that_vanished_before_a_reread(real_host, version):
     assert real_host.tamrix("--reread") == ok(
         err=f"[Warning] removing handler `{version}' (copy) as corresponding /opt/ovt/php-copy doesn't exist\n")
     assert real_host.registry == document(record("real", path=CGI, phpini=ini, version=version))
-
-
-def test_the_program_finds_itself_by_its_own_name(real_host):
-    assert real_host.run("/bin/sh", "-c", f"PATH={os.path.dirname(TAMRIX)} && tamrix --list-json") == ok(
-        '{"php":[\n]}\n')

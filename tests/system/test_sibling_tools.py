@@ -1,95 +1,73 @@
 """The sibling tools, seen through --add and --update."""
 
-import re
 import time
 
 import pytest
 
-from private_host import failed, ok
+from commands import ADD, DIRTY, PROBE
+from private_host import SBIN, failed, ok
 from registry_text import CGI, INI, document, record
 
-ADD = ("--add", "--path", CGI, "--phpini", INI, "--id", "x", "--type")
-FPM = (*ADD, "fpm", "--poold", "/p", "--service")
+FPM = ("--add", "--path", CGI, "--phpini", INI, "--id", "x", "--type", "fpm", "--poold", "/p", "--service")
 NO_PROGRAM = (
     "tamrix: forkExecvPipes: execv() failed: No such file or directory\n\n"
     "System error 2: No such file or directory\n")
-SBIN = "/opt/ovt/admin/sbin"
-
-
-@pytest.fixture
-def php_host(host):
-    host.php(CGI)
-    return host
 
 
 def test_the_dirty_flag_call_has_one_word_and_an_empty_input(php_host):
     php_host.recorder(f"{SBIN}/depotctl", 'echo "$# [$(cat)]" >>/opt/ovt/calls; echo shown; echo shown >&2')
-    assert php_host.tamrix(*ADD, "cgi", stdin="caller's") == ok("x\n")
-    assert php_host.calls == [f"{CGI} -n -v", f"{SBIN}/depotctl --set-dirty-flag", "1 []"]
+    assert php_host.tamrix(*ADD, stdin="caller's") == ok("x\n")
+    assert php_host.calls == [PROBE, DIRTY, "1 []"]
 
 
-@pytest.mark.parametrize("status,err", [(1, ""), (1, "locked\n"), (3, "no newline"), (255, "a\nb\n\n")])
-def test_a_failing_dirty_flag_shows_the_tool_s_words_untrimmed(php_host, status, err):
-    php_host.tool("depotctl", status, err, "not shown\n")
-    assert php_host.tamrix(*ADD, "cgi") == failed(f"Failed to set depotctl dirty flag : {err}\n", "x\n")
+def spoil_tool(host, name, how, err="not shown\n"):
+    if how == "missing":
+        host.remove(f"{SBIN}/{name}")
+    elif how == "no program":
+        host.write(f"{SBIN}/{name}", "exit 0\n", 0o755)
+    elif how == "killed":
+        host.recorder(f"{SBIN}/{name}", "kill -9 $$")
+    else:
+        host.tool(name, how, err, "not shown\n")
+
+
+# The tool's words are shown untrimmed.
+@pytest.mark.parametrize("how,err", [
+    (1, ""), (1, "locked\n"), (3, "no newline"), (255, "a\nb\n\n"), ("killed", ""), ("missing", NO_PROGRAM)])
+def test_a_failing_dirty_flag_fails_after_the_save(php_host, how, err):
+    spoil_tool(php_host, "depotctl", how, err)
+    assert php_host.tamrix(*ADD) == failed(f"Failed to set depotctl dirty flag : {err}\n", "x\n")
     assert php_host.registry == document(record("x"))
 
 
-def test_a_dirty_flag_tool_killed_by_a_signal_fails(php_host):
-    php_host.recorder(f"{SBIN}/depotctl", "kill -9 $$")
-    assert php_host.tamrix(*ADD, "cgi") == failed("Failed to set depotctl dirty flag : \n", "x\n")
+@pytest.mark.parametrize("words,left", [
+    (("--update", "--id", "a", "--displayname", "n"), document(record("a", displayname="n"), record("b"))),
+    (("--remove", "--id", "a"), document(record("b"))), (("--reread",), document(record("a"), record("b")))])
+def test_a_failing_dirty_flag_undoes_no_change(php_host, words, left):
+    php_host.registry = document(record("a"), record("b"))
+    php_host.tool("depotctl", 1, "locked\n")
+    assert php_host.tamrix(*words) == failed("Failed to set depotctl dirty flag : locked\n\n")
+    assert php_host.registry == left
 
 
-def test_a_missing_dirty_flag_tool_fails_after_the_save(php_host):
-    php_host.remove(f"{SBIN}/depotctl")
-    assert php_host.tamrix(*ADD, "cgi") == failed(f"Failed to set depotctl dirty flag : {NO_PROGRAM}\n", "x\n")
-    assert php_host.registry == document(record("x"))
-
-
-@pytest.mark.parametrize("err", ["", "no such service\n", "no newline"])
-def test_a_failing_ulimit_is_only_told(php_host, err):
-    php_host.tool("quotagate", 1, err, "not shown\n")
+@pytest.mark.parametrize("how,err", [
+    (1, ""), (1, "no such service\n"), (1, "no newline"), ("killed", ""), ("missing", NO_PROGRAM)])
+def test_a_failing_ulimit_is_only_told(php_host, how, err):
+    spoil_tool(php_host, "quotagate", how, err)
     assert php_host.tamrix(*FPM, "php-fpm") == ok("x\n", f"[Error] Failed to set default ulimit: {err}\n")
     assert php_host.registry == document(record("x", type="fpm", service="php-fpm", poold="/p"))
-
-
-def test_an_ulimit_tool_killed_by_a_signal_is_only_told(php_host):
-    php_host.recorder(f"{SBIN}/quotagate", "kill -9 $$")
-    assert php_host.tamrix(*FPM, "php-fpm") == ok("x\n", "[Error] Failed to set default ulimit: \n")
-    assert php_host.calls[-1] == f"{SBIN}/depotctl --set-dirty-flag"
-
-
-def test_a_missing_ulimit_tool_is_only_told(php_host):
-    php_host.remove(f"{SBIN}/quotagate")
-    assert php_host.tamrix(*FPM, "php-fpm") == ok("x\n", f"[Error] Failed to set default ulimit: {NO_PROGRAM}\n")
+    assert php_host.calls[-1] == DIRTY
 
 
 @pytest.mark.parametrize("name,hint", [
     ("php-fpm", ""), ("php-fpm.service", " Please retry without '.service' suffix."),
     (".service", " Please retry without '.service' suffix."), ("php.service.x", ""), ("php.Service", ""),
     ("service", ""), ("", "")])
-@pytest.mark.parametrize("spoil", ["status 1", "status 255", "killed", "missing", "no program"])
-def test_a_service_that_is_not_found(php_host, name, hint, spoil):
-    if spoil == "missing":
-        php_host.remove(f"{SBIN}/quelmrc")
-    elif spoil == "no program":
-        php_host.write(f"{SBIN}/quelmrc", "exit 0\n", 0o755)
-    elif spoil == "killed":
-        php_host.recorder(f"{SBIN}/quelmrc", "kill -9 $$")
-    else:
-        php_host.tool("quelmrc", int(spoil.split()[1]), "not shown\n", "not shown\n")
+@pytest.mark.parametrize("how", [1, 255, "killed", "missing", "no program"])
+def test_a_service_that_is_not_found(php_host, name, hint, how):
+    spoil_tool(php_host, "quelmrc", how)
     assert php_host.tamrix(*FPM, name) == failed(f"{name}: service not found.{hint}\n")
     assert php_host.registry is None
-
-
-def test_a_service_tool_killed_by_a_signal_is_reported_to_the_system_log(php_host):
-    php_host.open_log()
-    php_host.recorder(f"{SBIN}/quelmrc", "kill -9 $$")
-    assert php_host.tamrix(*FPM, "s") == failed("s: service not found.\n")
-    (message,) = php_host.log_messages()
-    assert re.fullmatch(
-        r"<12>.{15} tamrix\[\d+\]: waitpid\((\d+)\)=\1: process '/opt/ovt/admin/sbin/quelmrc' killed by signal 9",
-        message)
 
 
 @pytest.mark.parametrize("name", ["php-fpm", "php-fpm.service", "with blank", ""])
@@ -104,7 +82,7 @@ def test_the_words_of_both_tools(php_host):
         php_host.recorder(f"{SBIN}/{name}", 'for word; do echo "<$word>" >>/opt/ovt/calls; done')
     php_host.tamrix(*FPM, "a b", "--no-set-dirty-flag")
     assert php_host.calls == [
-        f"{CGI} -n -v", f"{SBIN}/quelmrc a b exists", "<a b>", "<exists>",
+        PROBE, f"{SBIN}/quelmrc a b exists", "<a b>", "<exists>",
         f"{SBIN}/quotagate --set 8192 --service a b --no-restart",
         "<--set>", "<8192>", "<--service>", "<a b>", "<--no-restart>"]
 
@@ -128,11 +106,3 @@ def test_a_background_process_of_the_service_tool_is_not_waited_for(php_host):
     before = time.monotonic()
     assert php_host.tamrix(*FPM, "s", timeout=30) == ok("x\n")
     assert 1 <= time.monotonic() - before < 15
-
-
-@pytest.mark.parametrize("tool", ["quotagate", "depotctl"])
-def test_a_background_process_of_another_tool_is_waited_for(php_host, tool):
-    php_host.recorder(f"{SBIN}/{tool}", "sleep 2.5 &\nexit 0")
-    before = time.monotonic()
-    assert php_host.tamrix(*FPM, "s", timeout=30) == ok("x\n")
-    assert time.monotonic() - before >= 2.5

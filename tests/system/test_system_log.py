@@ -1,58 +1,50 @@
-"""What reaches the system log, read at a real /dev/log."""
+"""What reaches the system log, read at a real /dev/log. What a failed read or save tells: test_hostile_files.py."""
 
 import re
 
 import pytest
 
-from registry_text import CGI, INI, document, record
+from commands import ADD, play
+from private_host import REGISTRY, SBIN, failed, ok
 
-ADD = ("--add", "--path", CGI, "--phpini", INI, "--id", "x", "--type")
+FPM = (*ADD[:-3], "fpm", "--id", "x", "--service", "s", "--poold", "/p")
 # Facility user-level (8) and the message's level make the number in front; the time follows.
 MESSAGE = r"<{}>\w{{3}} [ \d]\d \d\d:\d\d:\d\d tamrix\[\d+\]: {}"
 
 
 @pytest.fixture
-def logged(host):
-    host.php(CGI)
-    host.open_log()
-    return host
+def logged(php_host):
+    php_host.open_log()
+    return php_host
 
 
 def expect(host, level, *texts):
     messages = host.log_messages()
     assert len(messages) == len(texts), messages
     for message, text in zip(messages, texts):
-        assert re.fullmatch(MESSAGE.format(8 + level, text), message.rstrip("\0")), messages
+        assert re.fullmatch(MESSAGE.format(8 + level, text), message), messages
 
 
 def test_neither_log_variable_of_the_environment_is_consulted(logged):
-    logged.path("/etc/ovt/php_versions.json").mkdir()
-    result = logged.tamrix(*ADD, "cgi", env={"QUELM_LOG_TRACE_ID": "TRACE", "QUELM_LOG_LEVEL": "0"})
-    assert (result.status, result.out, result.err) == (0, "x\n", "")
-    expect(logged, 3, re.escape("Unable to read /etc/ovt/php_versions.json: not a regular file"),
-           re.escape("Unable to open /etc/ovt/php_versions.json: Is a directory"))
+    logged.path(REGISTRY).mkdir()
+    assert logged.tamrix(*ADD, env={"QUELM_LOG_TRACE_ID": "TRACE", "QUELM_LOG_LEVEL": "0"}) == ok("x\n")
+    expect(logged, 3, re.escape(f"Unable to read {REGISTRY}: not a regular file"),
+           re.escape(f"Unable to open {REGISTRY}: Is a directory"))
 
 
 def test_no_trace_identifier_is_made_for_the_children(logged):
     logged.hook("10-hook", 'echo "${QUELM_LOG_TRACE_ID-unset}" >/opt/ovt/trace')
-    logged.tamrix(*ADD, "cgi")
+    logged.tamrix(*ADD)
     assert logged.read("/opt/ovt/trace") == "unset\n"
 
 
-def test_warnings_pass_the_threshold(logged):
-    logged.recorder("/opt/ovt/admin/sbin/quelmrc", "kill -KILL $$")
-    logged.tamrix(*ADD, "fpm", "--service", "s", "--poold", "/p")
-    expect(logged, 4, r"waitpid\((\d+)\)=\1: process '/opt/ovt/admin/sbin/quelmrc' killed by signal 9")
+def test_a_service_tool_killed_by_a_signal_is_warned_of(logged):
+    logged.recorder(f"{SBIN}/quelmrc", "kill -KILL $$")
+    assert logged.tamrix(*FPM) == failed("s: service not found.\n")
+    expect(logged, 4, rf"waitpid\((\d+)\)=\1: process '{SBIN}/quelmrc' killed by signal 9")
 
 
-@pytest.mark.parametrize("signal", ['trap "" XFSZ; ', ""])
-def test_a_save_that_is_cut_short_is_told_and_the_command_goes_on(logged, signal, plain_binary):
-    logged.registry = document(*(record(f"r{n}") for n in range(10)))
-    result = logged.shell(signal + 'ulimit -f 1; exec "$@"', *ADD, "cgi")
-    assert (result.status, result.out, result.err) == (0, "x\n", "")
-    expect(logged, 3, re.escape("Unable to write /etc/ovt/php_versions.json: File too large"))
-
-
-def test_a_normal_run_logs_nothing(logged):
-    logged.tamrix(*ADD, "cgi")
-    assert logged.log_messages() == []
+def test_a_normal_run_of_any_command_logs_nothing(furnished):
+    furnished.open_log()
+    play(furnished, furnished.tamrix)
+    assert furnished.log_messages() == []

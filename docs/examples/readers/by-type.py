@@ -1,6 +1,6 @@
 #!/usr/bin/python3
 """by-type.py TYPE: one line per handler of the type: its identifier, a tab,
-its path. Bytes that are no UTF-8 are passed on as they are."""
+its path. Bytes that are not UTF-8 are passed on unchanged."""
 import json
 import subprocess
 import sys

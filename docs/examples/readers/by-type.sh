@@ -1,7 +1,7 @@
 #!/bin/sh
 # by-type.sh TYPE: one line per handler of the type: its identifier, a tab, its
-# path. Needs no JSON parser: members stand one on a line and in a fixed order.
-# Values are shown as JSON escapes them.
+# path. Needs no JSON parser: there is one member on a line, in a fixed order.
+# Values are printed as JSON escapes them.
 set -eu
 listing=$(tamrix --list-json)
 printf '%s\n' "$listing" | LC_ALL=C awk -F '"' -v type="$1" '

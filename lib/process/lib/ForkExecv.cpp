@@ -83,21 +83,20 @@ void pump(Ends& ends, const Callbacks& callbacks, const Sizes& sizes) {
     std::size_t pendingInput = 0;
     using enum WaitedEnd::For;
     std::array<WaitedEnd, 3> waited{{{ends.input, writing}, {ends.output, reading}, {ends.error, reading}}};
-    const auto& [input, output, error] = waited;
     PipeSelector selector(ends.highest());
     // A child that stops reading must cause EPIPE. Set after the fork, so that the child does not inherit it.
     const ScopedSignal ignored(SIGPIPE, SIG_IGN);
     while (ends.anyOpen()) {
         waitUntilReady(selector, waited);
-        if (input.ready) {
+        if (waited[0].ready) {
             closeIfFinished(ends.input, writeFromCallback(ends.input.get(), inputBytes.get(), sizes.input,
                                                           pendingInput, callbacks.source, callbacks.context));
         }
-        if (output.ready) {
+        if (waited[1].ready) {
             closeIfFinished(ends.output, readToCallback(ends.output.get(), callbacks.output,
                                                         callbacks.context, outputBytes.get(), sizes.output));
         }
-        if (error.ready) {
+        if (waited[2].ready) {
             closeIfFinished(ends.error, readToCallback(ends.error.get(), callbacks.error, callbacks.context,
                                                        errorBytes.get(), sizes.error));
         }

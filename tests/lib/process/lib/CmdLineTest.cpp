@@ -14,26 +14,18 @@ using testing::ElementsAre;
 using testing::IsNull;
 using testing::StrEq;
 
-TEST(ArgVector, EmptyHoldsOnlyTheNullPointer) {
-    EXPECT_THAT(ArgVector().get(), ElementsAre(IsNull()));
-}
-
 TEST(ArgVector, KeepsTheOrderAndEndsWithNull) {
+    EXPECT_THAT(ArgVector().get(), ElementsAre(IsNull()));
     ArgVector arguments{"tool", ""};
     arguments.add("a b");
     EXPECT_THAT(arguments.get(), ElementsAre(StrEq("tool"), StrEq(""), StrEq("a b"), IsNull()));
     EXPECT_EQ(arguments.data(), arguments.get().data());
 }
 
-TEST(ArgVector, OwnsCopiesOfWhatItIsGiven) {
-    std::string text = "first";
-    ArgVector arguments{text};
-    text = "other";
-    EXPECT_STREQ(arguments.get()[0], "first");
-}
-
 TEST(ArgVector, ACopyHasStringsOfItsOwn) {
-    const ArgVector original{"tool", "x"};
+    std::string text = "tool";
+    const ArgVector original{text, "x"};
+    text = "other";
     ArgVector copy(original);
     copy.add("y");
     EXPECT_NE(copy.get()[0], original.get()[0]);
@@ -65,15 +57,9 @@ TEST(ArgVector, IsStillEndedByNullAfterBeingMovedFrom) {
 
 using quelm::shellText;
 
-TEST(ShellText, JoinsWithSingleSpaces) {
-    EXPECT_EQ(shellText(ArgVector{"/a/hook", "add", "x"}.get()), "/a/hook add x");
-}
-
-TEST(ShellText, NoArgumentsGiveNothing) {
+TEST(ShellText, JoinsWithSingleSpacesAndWritesEmptyOnesAsApostrophes) {
+    EXPECT_EQ(shellText(ArgVector{"/etc/my hook", "add", "x"}.get()), "/etc/my\\ hook add x");
     EXPECT_EQ(shellText(ArgVector().get()), "");
-}
-
-TEST(ShellText, AnEmptyArgumentIsTwoApostrophesAtEveryPlace) {
     EXPECT_EQ(shellText(ArgVector{"", "a", "", ""}.get()), "'' a '' ''");
 }
 
@@ -81,10 +67,6 @@ TEST(ShellText, StopsAtTheNullPointer) {
     char first[] = "a";
     char behind[] = "b";
     EXPECT_EQ(shellText({first, nullptr, behind}), "a");
-}
-
-TEST(ShellText, ASpaceGetsABackslash) {
-    EXPECT_EQ(shellText(ArgVector{"/etc/my hook", "add"}.get()), "/etc/my\\ hook add");
 }
 
 TEST(ShellText, EveryByteAsItsClassSays) {
@@ -100,10 +82,6 @@ TEST(ShellText, EveryByteAsItsClassSays) {
         }
         EXPECT_EQ(shellText(ArgVector{"x" + byte + "y"}.get()), "x" + expected + "y") << "byte " << value;
     }
-}
-
-TEST(ShellText, TheseStayBare) {
-    EXPECT_EQ(shellText(ArgVector{"!{}]=%^,:\x80\xff\r\x01"}.get()), "!{}]=%^,:\x80\xff\r\x01");
 }
 
 } // namespace

@@ -13,72 +13,45 @@
 #include <gmock/gmock.h>
 
 #include "lib/process/lib/Exceptions.h"
-#include "tests/support/InChild.h"
+#include "tests/support/Captured.h"
+#include "tests/support/ProcessState.h"
+
+namespace quelm::test {
 
 namespace {
 
-using quelm::openPipe;
-using quelm::Pipe;
-using quelm::setNonBlocking;
-using quelm::test::inChild;
+using testing::ElementsAre;
 
-TEST(Pipe, CarriesBytesFromItsWriteEndToItsReadEnd) {
-    const auto pipe = openPipe();
-    ASSERT_TRUE(pipe);
-    ASSERT_EQ(::write(pipe->writeEnd.get(), "x", 1), 1);
+bool carriesBytes(const Pipe& pipe) {
     char byte = 0;
-    ASSERT_EQ(::read(pipe->readEnd.get(), &byte, 1), 1);
-    EXPECT_EQ(byte, 'x');
-}
-
-TEST(Pipe, ExhaustionGivesNothingAndTheReason) {
-    const auto outcome = inChild([] {
-        const rlimit none{3, 3};
-        ::setrlimit(RLIMIT_NOFILE, &none);
-        ::_exit(!openPipe() && errno == EMFILE ? 42 : 1);
-    });
-    EXPECT_EQ(outcome.exitStatus(), 42);
-}
-
-bool isBeyondStandard(const Pipe& pipe) {
-    return pipe.readEnd.get() > 2 && pipe.writeEnd.get() > 2;
+    return ::write(pipe.writeEnd.get(), "x", 1) == 1 && ::read(pipe.readEnd.get(), &byte, 1) == 1 &&
+           byte == 'x';
 }
 
 TEST(Pipe, NeitherEndTakesTheSlotOfAClosedStandardDescriptor) {
     for (int closed = 0; closed < 8; ++closed) {
-        const auto outcome = inChild([closed] {
-            for (int descriptor = 0; descriptor < 3; ++descriptor) {
-                if ((closed & (1 << descriptor)) != 0) {
-                    ::close(descriptor);
-                }
-            }
+        EXPECT_TRUE(holdsInChild([closed] {
+            closeStandard(closed);
+            const std::vector<int> standard = openDescriptors(0, 3);
             const auto pipe = openPipe();
-            int stillClosed = 0;
-            for (int descriptor = 0; descriptor < 3; ++descriptor) {
-                stillClosed |= ::fcntl(descriptor, F_GETFD) == -1 ? 1 << descriptor : 0;
-            }
-            char byte = 0;
-            ::_exit(pipe && isBeyondStandard(*pipe) && stillClosed == closed &&
-                            ::write(pipe->writeEnd.get(), "x", 1) == 1 &&
-                            ::read(pipe->readEnd.get(), &byte, 1) == 1
-                        ? 42
-                        : 1);
-        });
-        EXPECT_EQ(outcome.exitStatus(), 42) << closed;
+            return pipe && pipe->readEnd.get() > 2 && pipe->writeEnd.get() > 2 &&
+                   openDescriptors(0, 3) == standard && carriesBytes(*pipe);
+        })) << closed;
     }
 }
 
-// The two ends find room in the standard slots alone, but must not stay there.
-TEST(Pipe, AnEndThatCannotBeMovedIsNoPipe) {
-    const auto outcome = inChild([] {
-        ::close(0);
-        ::close(1);
-        const rlimit standardOnly{3, 3};
-        ::setrlimit(RLIMIT_NOFILE, &standardOnly);
-        const bool refused = !openPipe() && errno != 0;
-        ::_exit(refused && ::fcntl(0, F_GETFD) == -1 && ::fcntl(1, F_GETFD) == -1 ? 42 : 1);
-    });
-    EXPECT_EQ(outcome.exitStatus(), 42);
+// In the second case the two ends find room in the standard slots alone, but must not stay there.
+TEST(Pipe, ExhaustionGivesNothingAndTheReason) {
+    for (const int closed : {0, 3}) {
+        EXPECT_TRUE(holdsInChild([closed] {
+            closeStandard(closed);
+            const std::vector<int> standard = openDescriptors(0, 3);
+            const rlimit none{3, 3};
+            ::setrlimit(RLIMIT_NOFILE, &none);
+            return !openPipe() && errno == (closed == 0 ? EMFILE : EINVAL) &&
+                   openDescriptors(0, 3) == standard;
+        })) << closed;
+    }
 }
 
 TEST(Pipe, NonBlockingIsAddedToTheOtherFlags) {
@@ -88,25 +61,16 @@ TEST(Pipe, NonBlockingIsAddedToTheOtherFlags) {
     EXPECT_TRUE(setNonBlocking(pipe->writeEnd.get()));
     const int flags = ::fcntl(pipe->writeEnd.get(), F_GETFL);
     EXPECT_EQ(flags & (O_NONBLOCK | O_APPEND), O_NONBLOCK | O_APPEND);
-}
-
-TEST(Pipe, NonBlockingOnAClosedDescriptorFailsWithTheReason) {
     EXPECT_FALSE(setNonBlocking(-1));
     EXPECT_EQ(errno, EBADF);
 }
-
-using quelm::readToCallback;
-using quelm::SystemError;
-using quelm::Transfer;
-using quelm::writeFromCallback;
-using testing::ElementsAre;
 
 class PipeTransfer : public testing::Test {
 protected:
     PipeTransfer() {
         std::signal(SIGPIPE, SIG_IGN);
-        quelm::setNonBlocking(pipe.readEnd.get());
-        quelm::setNonBlocking(pipe.writeEnd.get());
+        setNonBlocking(pipe.readEnd.get());
+        setNonBlocking(pipe.writeEnd.get());
     }
     ~PipeTransfer() override { std::signal(SIGPIPE, SIG_DFL); }
 
@@ -147,7 +111,7 @@ protected:
         }
     }
 
-    Pipe pipe = std::move(*quelm::openPipe());
+    Pipe pipe = std::move(*openPipe());
     std::vector<char> buffer = std::vector<char>(8);
     std::size_t pending = 0;
     std::vector<std::string> blocks;
@@ -161,38 +125,20 @@ TEST_F(PipeTransfer, ReadsBlockByBlockUntilThePipeIsEmpty) {
     EXPECT_THAT(blocks, ElementsAre("01234567", "89abc"));
 }
 
-TEST_F(PipeTransfer, ReadingEndsAtEndOfFile) {
+TEST_F(PipeTransfer, ReadingEndsAtEndOfFileAndWithoutASinkTheDataIsDropped) {
+    ASSERT_EQ(::write(pipe.writeEnd.get(), "0123456789", 10), 10);
+    EXPECT_EQ(readToCallback(pipe.readEnd.get(), nullptr, nullptr, buffer.data(), buffer.size()),
+              Transfer::keepOpen);
     ASSERT_EQ(::write(pipe.writeEnd.get(), "end", 3), 3);
     pipe.writeEnd.close();
     EXPECT_EQ(read(), Transfer::finished);
     EXPECT_THAT(blocks, ElementsAre("end"));
 }
 
-TEST_F(PipeTransfer, WithoutASinkTheDataIsDropped) {
-    ASSERT_EQ(::write(pipe.writeEnd.get(), "0123456789", 10), 10);
-    EXPECT_EQ(readToCallback(pipe.readEnd.get(), nullptr, nullptr, buffer.data(), buffer.size()),
-              Transfer::keepOpen);
-    EXPECT_EQ(drainPipe(), "");
-}
-
-TEST_F(PipeTransfer, ReadFailureIsThrown) {
-    try {
-        readToCallback(-1, nullptr, nullptr, buffer.data(), buffer.size());
-        FAIL();
-    } catch (const SystemError& failure) {
-        EXPECT_EQ(failure.message(), "readToCallback failed");
-        EXPECT_EQ(failure.code(), EBADF);
-    }
-}
-
 TEST_F(PipeTransfer, WritesPieceAfterPieceUntilTheSourceEnds) {
     pieces = {"one ", "two ", "three"};
     EXPECT_EQ(write(), Transfer::finished);
     EXPECT_EQ(drainPipe(), "one two three");
-}
-
-TEST_F(PipeTransfer, ASourceThatGivesNothingAtAllFinishesAtOnce) {
-    EXPECT_EQ(write(), Transfer::finished);
     EXPECT_EQ(writeFromCallback(pipe.writeEnd.get(), buffer.data(), buffer.size(), pending, nullptr, nullptr),
               Transfer::finished);
 }
@@ -230,15 +176,15 @@ TEST_F(PipeTransfer, ThatNobodyReadsFinishesWithoutAnError) {
     EXPECT_THAT(pieces, ElementsAre("never asked for"));
 }
 
-TEST_F(PipeTransfer, WriteFailureIsThrown) {
+TEST_F(PipeTransfer, FailuresAreThrown) {
     pieces = {"x"};
-    try {
-        writeFromCallback(-1, buffer.data(), buffer.size(), pending, nextPiece, &pieces);
-        FAIL();
-    } catch (const SystemError& failure) {
-        EXPECT_EQ(failure.message(), "writeFromCallback failed");
-        EXPECT_EQ(failure.code(), EBADF);
-    }
+    EXPECT_THAT(
+        [&] { readToCallback(-1, nullptr, nullptr, buffer.data(), buffer.size()); },
+        testing::Throws<SystemError>(testing::Property(&SystemError::message, "readToCallback failed")));
+    EXPECT_THAT([&] { writeFromCallback(-1, buffer.data(), buffer.size(), pending, nextPiece, &pieces); },
+                testing::Throws<SystemError>(testing::Property(&SystemError::code, EBADF)));
 }
 
 } // namespace
+
+} // namespace quelm::test

@@ -1,20 +1,25 @@
 #include "lib/process/lib/StartAsUser.h"
 
+#include <algorithm>
 #include <array>
+#include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <filesystem>
-#include <iostream>
+#include <functional>
 #include <string>
+#include <tuple>
+#include <vector>
 
 #include <fcntl.h>
-#include <pwd.h>
+#include <grp.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 
 #include "base/FatalMessage.h"
 #include "lib/process/lib/CmdLine.h"
@@ -22,78 +27,76 @@
 #include "lib/process/lib/ForkExecv.h"
 #include "lib/process/lib/Pipe.h"
 #include "tests/support/AsRoot.h"
-#include "tests/support/InChild.h"
+#include "tests/support/Captured.h"
+#include "tests/support/Faults.h"
 #include "tests/support/ProcessState.h"
 #include "tests/support/TempDir.h"
 
+namespace quelm::test {
+
 namespace {
 
-using quelm::ArgVector;
-using quelm::Environment;
-using quelm::forkExecvGetOutErr;
-using quelm::test::inChild;
-using quelm::test::TempDir;
+namespace fs = std::filesystem;
+
+const std::string noSuchFile = "forkExecvPipes: execv() failed: No such file or directory\n\n"
+                               "System error 2: No such file or directory\n";
+const std::string noHome = "Cannot chdir to 'nobody' homedir '/nonexistent'\n"
+                           "System error 2: No such file or directory\n";
+const std::string badDescriptor = "dup2Custom failed: Bad file descriptor\n";
+
+enum class Home { stay, change };
 
 class ForkExecvPipes : public testing::Test {
 protected:
-    int run(const std::string& path, const ArgVector& arguments, const Environment& environment = {}) {
-        return forkExecvGetOutErr("", &output, &error, path, arguments.get(), "", true, environment);
+    int run(const std::string& path, const ArgVector& arguments, const Environment& environment = {},
+            const std::string& user = "", Home home = Home::change) {
+        output.clear();
+        error.clear();
+        return forkExecvGetOutErr("", &output, &error, path, arguments.get(), user, home == Home::change,
+                                  environment);
     }
     int shell(const std::string& script, const Environment& environment = {}) {
-        return run("/bin/sh", ArgVector{"sh", "-c", script}, environment);
+        return run("/bin/sh", {"sh", "-c", script}, environment);
     }
-    void TearDown() override { EXPECT_FALSE(quelm::test::hasChildren()); }
+    int shellAs(const std::string& user, Home home, const std::string& script) {
+        return run("/bin/sh", {"sh", "-c", script}, {}, user, home);
+    }
+    void TearDown() override { EXPECT_FALSE(hasChildren()); }
 
     std::string output;
     std::string error;
     TempDir directory;
 };
 
-constexpr const char* noSuchFile = "forkExecvPipes: execv() failed: No such file or directory\n\nSystem "
-                                   "error 2: No such file or directory\n";
-
-TEST_F(ForkExecvPipes, AMissingProgramIsReportedOnBothStreams) {
-    EXPECT_EQ(run("/nonexistent/tool", ArgVector{"tool"}), 1);
+TEST_F(ForkExecvPipes, AProgramThatCannotBeRunIsReportedOnBothStreamsUnderTheUtilitysName) {
+    EXPECT_EQ(run("/nonexistent/tool", {"tool"}), 1);
     EXPECT_EQ(error, noSuchFile);
     EXPECT_EQ(output, noSuchFile);
-}
-
-TEST_F(ForkExecvPipes, AMissingProgramIsReportedUnderTheUtilitysName) {
-    quelm::setProgramPath("/opt/somewhere/tamrix");
-    EXPECT_EQ(run("no-such-tool-on-any-path", ArgVector{"tool"}, {{"PATH", "/usr/bin:/bin"}}), 1);
-    quelm::setProgramPath(nullptr);
-    EXPECT_EQ(error, std::string("tamrix: ") + noSuchFile);
-    EXPECT_EQ(output, std::string("tamrix: ") + noSuchFile);
-}
-
-TEST_F(ForkExecvPipes, ADirectoryCannotBeExecuted) {
-    EXPECT_EQ(run(directory.path(""), ArgVector{"tool"}), 1);
+    setProgramPath("/opt/somewhere/tamrix");
+    EXPECT_EQ(run("no-such-tool-on-any-path", {"tool"}, {{"PATH", "/usr/bin:/bin"}}), 1);
+    setProgramPath(nullptr);
+    EXPECT_EQ(error, "tamrix: " + noSuchFile);
+    EXPECT_EQ(output, error);
+    EXPECT_EQ(run(directory.path(""), {"tool"}), 1);
     EXPECT_EQ(error,
               "forkExecvPipes: execv() failed: Permission denied\n\nSystem error 13: Permission denied\n");
 }
 
-TEST_F(ForkExecvPipes, ANameWithoutASlashIsFoundAlongPath) {
-    EXPECT_EQ(run("printf", ArgVector{"printf", "found"}), 0);
+TEST_F(ForkExecvPipes, ANameWithoutASlashIsFoundAlongThePathOfTheExtraEnvironment) {
+    EXPECT_EQ(run("printf", {"printf", "found"}), 0);
     EXPECT_EQ(output, "found");
-}
-
-TEST_F(ForkExecvPipes, APathInTheExtraEnvironmentDecidesTheSearch) {
     directory.script("own-tool", "echo own");
-    EXPECT_EQ(run("own-tool", ArgVector{"own-tool"}), 1);
-    output.clear();
-    EXPECT_EQ(run("own-tool", ArgVector{"own-tool"}, {{"PATH", directory.path("")}}), 0);
+    EXPECT_EQ(run("own-tool", {"own-tool"}), 1);
+    EXPECT_EQ(run("own-tool", {"own-tool"}, {{"PATH", directory.path()}}), 0);
     EXPECT_EQ(output, "own\n");
 }
 
 TEST_F(ForkExecvPipes, AScriptWithoutAnInterpreterLineRunsInTheShell) {
     directory.write("bare", "echo bare $1\n");
-    std::filesystem::permissions(directory.path("bare"), std::filesystem::perms(0755));
-    EXPECT_EQ(run(directory.path("bare"), ArgVector{"bare", "x"}), 0);
+    fs::permissions(directory.path("bare"), fs::perms(0755));
+    EXPECT_EQ(run(directory.path("bare"), {"bare", "x"}), 0);
     EXPECT_EQ(output, "bare x\n");
-}
-
-TEST_F(ForkExecvPipes, TheFirstArgumentIsTheProgramsName) {
-    EXPECT_EQ(run("/bin/sh", ArgVector{"other-name", "-c", "echo $0"}), 0);
+    EXPECT_EQ(run("/bin/sh", {"other-name", "-c", "echo $0"}), 0);
     EXPECT_EQ(output, "other-name\n");
 }
 
@@ -109,220 +112,242 @@ TEST_F(ForkExecvPipes, TheEnvironmentIsSetOnTopOfTheInheritedOne) {
 
 // The C library appends each new variable, so that a program finds them in the order of their setting.
 TEST_F(ForkExecvPipes, TheEnvironmentIsSetInTheOrderOfTheNames) {
-    EXPECT_EQ(
-        run("/usr/bin/env", ArgVector{"env"}, {{"TAMRIX_C", "1"}, {"TAMRIX_A", "2"}, {"TAMRIX_B", "3"}}), 0);
+    EXPECT_EQ(run("/usr/bin/env", {"env"}, {{"TAMRIX_C", "1"}, {"TAMRIX_A", "2"}, {"TAMRIX_B", "3"}}), 0);
     EXPECT_TRUE(output.ends_with("\nTAMRIX_A=2\nTAMRIX_B=3\nTAMRIX_C=1\n")) << output;
 }
 
 TEST_F(ForkExecvPipes, AVariableNameThatCannotBeSetEndsTheChildWithTheReason) {
-    EXPECT_EQ(shell("echo ran", {{"A=B", "x"}}), 1);
-    EXPECT_EQ(error, "forkExecvPipes: setenv() falied: Invalid argument\n");
-    EXPECT_EQ(shell("echo ran", {{"", "x"}}), 1);
-    EXPECT_EQ(output, "");
+    for (const char* name : {"A=B", ""}) {
+        EXPECT_EQ(shell("echo ran", {{name, "x"}}), 1);
+        EXPECT_EQ(error, "forkExecvPipes: setenv() falied: Invalid argument\n");
+        EXPECT_EQ(output, "");
+    }
 }
 
 TEST_F(ForkExecvPipes, SignalsAreAtTheirDefaultsAndNoneIsBlocked) {
-    const auto outcome = inChild([] {
+    EXPECT_TRUE(holdsInChild([this] {
         std::signal(SIGPIPE, SIG_IGN);
         std::signal(SIGCHLD, SIG_IGN);
         sigset_t mask;
         ::sigfillset(&mask);
         ::sigprocmask(SIG_SETMASK, &mask, nullptr);
-        std::string text;
-        std::string complaints;
-        forkExecvGetOutErr(text, complaints, "/bin/grep",
-                           ArgVector{"grep", "-E", "^Sig(Blk|Ign)", "/proc/self/status"}.get());
-        std::cout << text << complaints;
-    });
-    unsigned long long blocked = 1;
-    unsigned long long ignored = ~0ULL;
-    ASSERT_EQ(std::sscanf(outcome.output.c_str(), "SigBlk: %llx SigIgn: %llx", &blocked, &ignored), 2)
-        << outcome.output;
-    EXPECT_EQ(blocked, 0u);
-    EXPECT_EQ(ignored & (1ULL << (SIGPIPE - 1)), 0u);
-    EXPECT_EQ(ignored & (1ULL << (SIGCHLD - 1)), 0u);
-}
-
-TEST_F(ForkExecvPipes, SigpipeKillsTheChildAsUsual) {
-    std::signal(SIGPIPE, SIG_IGN);
-    EXPECT_EQ(shell("kill -PIPE $$"), -1);
-    std::signal(SIGPIPE, SIG_DFL);
+        run("/bin/grep", {"grep", "-E", "^Sig(Blk|Ign)", "/proc/self/status"});
+        std::fputs(output.c_str(), stdout);
+        return output == "SigBlk:\t0000000000000000\nSigIgn:\t0000000000000000\n";
+    }));
 }
 
 TEST_F(ForkExecvPipes, NothingBeyondTheStandardDescriptorsIsInherited) {
     const int high = ::fcntl(0, F_DUPFD, 77);
-    EXPECT_EQ(run("/bin/ls", ArgVector{"ls", "/proc/self/fd"}), 0);
+    EXPECT_EQ(run("/bin/ls", {"ls", "/proc/self/fd"}), 0);
     ::close(high);
     EXPECT_EQ(output, "0\n1\n2\n3\n"); // 3 is ls reading the directory
 }
 
 TEST_F(ForkExecvPipes, PendingOutputOfTheParentIsNotPrintedByTheChild) {
-    const auto outcome = inChild([] {
+    const auto outcome = inChild([this] {
         std::setvbuf(stdout, nullptr, _IOFBF, 4096);
         std::printf("the id\n");
-        std::string text;
-        std::string complaints;
-        forkExecvGetOutErr(text, complaints, "/nonexistent/tool", ArgVector{"tool"}.get());
-        ::_exit(text == noSuchFile ? 42 : 1);
+        run("/nonexistent/tool", {"tool"});
+        ::_exit(output == noSuchFile ? 42 : 1);
     });
     EXPECT_EQ(outcome.exitStatus(), 42);
     EXPECT_EQ(outcome.output, "the id\n");
 }
 
+// The status of a shell with these descriptors.
+int start(int input, int out, int err, const std::string& script = "true") {
+    const ArgVector arguments{"sh", "-c", script};
+    const pid_t child = forkExecvPipes(input, out, err, "/bin/sh", arguments.get(), "", true, {});
+    int status = 0;
+    EXPECT_EQ(::waitpid(child, &status, 0), child);
+    return WEXITSTATUS(status);
+}
+
 TEST_F(ForkExecvPipes, NoDescriptorMeansTheNullDevice) {
-    const auto outcome = inChild([] {
-        const pid_t child = quelm::forkExecvPipes(
-            -1, -1, STDERR_FILENO, "/bin/sh",
-            ArgVector{"sh", "-c",
-                      "in=$(readlink /proc/$$/fd/0); out=$(readlink /proc/$$/fd/1); echo $in $out >&2"}
-                .get(),
-            "", true, {});
-        int status = 0;
-        ::waitpid(child, &status, 0);
-        ::_exit(WEXITSTATUS(status));
-    });
-    EXPECT_EQ(outcome.exitStatus(), 0);
-    EXPECT_EQ(outcome.error, "/dev/null /dev/null\n");
+    const CapturedStreams captured;
+    EXPECT_EQ(start(-1, -1, ::dup(STDERR_FILENO),
+                    "in=$(readlink /proc/$$/fd/0); out=$(readlink /proc/$$/fd/1); echo $in $out >&2"),
+              0);
+    EXPECT_EQ(captured.error(), "/dev/null /dev/null\n");
 }
 
 TEST_F(ForkExecvPipes, AFailureBeforeTheStreamsAreInPlaceIsStillReadByTheParent) {
-    auto pipe = quelm::openPipe();
-    ASSERT_TRUE(pipe);
-    const pid_t child = quelm::forkExecvPipes(999, -1, pipe->writeEnd.get(), "/bin/true",
-                                              ArgVector{"true"}.get(), "", true, {});
-    pipe->writeEnd.close();
-    char text[100] = {};
-    EXPECT_GT(::read(pipe->readEnd.get(), text, sizeof(text) - 1), 0);
-    EXPECT_STREQ(text, "dup2Custom failed: Bad file descriptor\n");
-    int status = 0;
-    EXPECT_EQ(::waitpid(child, &status, 0), child);
-    EXPECT_EQ(WEXITSTATUS(status), 1);
-}
-
-TEST_F(ForkExecvPipes, ADescriptorGivenTwiceIsRefusedAndTheParentReadsIt) {
     std::array<int, 2> ends{};
     ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM, 0, ends.data()), 0);
-    for (const int input : {-1, ends[1]}) {
-        const pid_t child = quelm::forkExecvPipes(input, ends[1], ends[1], "/bin/true",
-                                                  ArgVector{"true"}.get(), "", true, {});
-        int status = 0;
-        EXPECT_EQ(::waitpid(child, &status, 0), child);
-        EXPECT_EQ(WEXITSTATUS(status), 1);
+    const auto expectRead = [&ends] {
         char text[100] = {};
-        EXPECT_GT(::recv(ends[0], text, sizeof(text) - 1, MSG_DONTWAIT), 0);
-        EXPECT_STREQ(text, "dup2Custom failed: Bad file descriptor\n");
-    }
-    ::close(ends[0]);
-    ::close(ends[1]);
-}
-
-// No descriptor is left for a copy, so the original itself is written to.
-TEST_F(ForkExecvPipes, AFailureIsReadByTheParentAlsoWhenNoDescriptorIsFree) {
-    auto pipe = quelm::openPipe();
-    ASSERT_TRUE(pipe);
-    const auto outcome = inChild([&] {
-        const auto most = static_cast<rlim_t>(pipe->writeEnd.get()) + 1;
+        EXPECT_GT(::recv(ends[0], text, sizeof text - 1, MSG_DONTWAIT), 0);
+        EXPECT_EQ(text, badDescriptor);
+    };
+    EXPECT_EQ(start(999, -1, ends[1]), 1);
+    expectRead();
+    EXPECT_EQ(start(-1, ends[1], ends[1]), 1); // one can be given only once
+    expectRead();
+    EXPECT_EQ(start(ends[1], ends[1], ends[1]), 1);
+    expectRead();
+    // No descriptor is left for a copy, so the original itself is written to.
+    inChild([&ends] {
+        const auto most = static_cast<rlim_t>(ends[1]) + 1;
         const rlimit limit{most, most};
         ::setrlimit(RLIMIT_NOFILE, &limit);
         while (::dup(STDIN_FILENO) != -1) {
         }
-        quelm::forkExecvPipes(999, -1, pipe->writeEnd.get(), "/bin/true", ArgVector{"true"}.get(), "", true,
-                              {});
-        ::_exit(0);
+        start(999, -1, ends[1]);
     });
-    pipe->writeEnd.close();
-    char text[100] = {};
-    EXPECT_GT(::read(pipe->readEnd.get(), text, sizeof(text) - 1), 0);
-    EXPECT_STREQ(text, "dup2Custom failed: Bad file descriptor\n");
+    expectRead();
+    ::close(ends[0]);
+    ::close(ends[1]);
+}
+
+TEST_F(ForkExecvPipes, WithoutAnErrorStreamOfItsOwnTheChildComplainsOnOurs) {
+    const CapturedStreams captured;
+    EXPECT_EQ(start(999, -1, -1), 1);
+    EXPECT_EQ(captured.error(), badDescriptor);
 }
 
 TEST_F(ForkExecvPipes, Dup2CustomThrowsWithTheReason) {
     try {
-        quelm::dup2Custom(999, 1);
+        dup2Custom(999, 1);
         FAIL();
-    } catch (const quelm::SystemError& failure) {
+    } catch (const SystemError& failure) {
         EXPECT_EQ(failure.message(), "dup2Custom failed");
         EXPECT_EQ(failure.code(), EBADF);
     }
 }
 
-TEST_F(ForkExecvPipes, WithoutAnErrorStreamOfItsOwnTheChildComplainsOnOurs) {
-    const auto outcome = inChild([] {
-        const pid_t child =
-            quelm::forkExecvPipes(999, -1, -1, "/bin/true", ArgVector{"true"}.get(), "", true, {});
-        int status = 0;
-        ::waitpid(child, &status, 0);
-        ::_exit(WIFEXITED(status) ? WEXITSTATUS(status) : 99);
-    });
-    EXPECT_EQ(outcome.exitStatus(), 1);
-    EXPECT_EQ(outcome.error, "dup2Custom failed: Bad file descriptor\n");
-}
-
-enum class Home { stay, change };
-
-class ForkExecvUser : public testing::Test {
-protected:
-    int shellAs(const std::string& user, Home home, const std::string& script) {
-        return forkExecvGetOutErr("", &output, &error, "/bin/sh", ArgVector{"sh", "-c", script}.get(), user,
-                                  home == Home::change);
-    }
-
-    std::string output;
-    std::string error;
-};
-
-constexpr const char* whoAndWhere = "id -un; id -gn; id -Gn; pwd";
-
-TEST_F(ForkExecvUser, SwitchesUserAndGroups) {
+TEST_F(ForkExecvPipes, SwitchesUserAndGroupsForGood) {
     TAMRIX_TEST_AS_ROOT();
-    std::filesystem::current_path("/");
-    EXPECT_EQ(shellAs("nobody", Home::stay, whoAndWhere), 0);
+    fs::current_path("/");
+    EXPECT_EQ(shellAs("nobody", Home::stay, "id -un; id -gn; id -Gn; pwd"), 0);
     EXPECT_EQ(output, "nobody\nnogroup\nnogroup\n/\n");
     EXPECT_EQ(error, "");
 }
 
-TEST_F(ForkExecvUser, CannotComeBack) {
+TEST_F(ForkExecvPipes, ChangesToTheHomeDirectoryWhenAskedBeforeTheEnvironmentIsSet) {
     TAMRIX_TEST_AS_ROOT();
-    EXPECT_EQ(shellAs("nobody", Home::stay, "grep -E '^Uid' /proc/self/status"), 0);
-    EXPECT_EQ(output, "Uid:\t65534\t65534\t65534\t65534\n");
-}
-
-TEST_F(ForkExecvUser, ChangesToTheHomeDirectoryWhenAsked) {
-    TAMRIX_TEST_AS_ROOT();
-    const passwd* daemon = ::getpwnam("daemon");
-    ASSERT_NE(daemon, nullptr);
-    const std::string home = daemon->pw_dir;
     EXPECT_EQ(shellAs("daemon", Home::change, "pwd; id -u"), 0);
-    EXPECT_EQ(output, home + "\n1\n");
+    EXPECT_EQ(output, "/usr/sbin\n1\n");
+    EXPECT_EQ(run("/bin/true", {"true"}, {{"A=B", "x"}}, "nobody"), 1);
+    EXPECT_EQ(error, noHome);
+    EXPECT_EQ(output, noHome);
 }
 
-TEST_F(ForkExecvUser, AHomeDirectoryThatIsNotThereEndsTheChildWithTheReason) {
-    TAMRIX_TEST_AS_ROOT();
-    EXPECT_EQ(shellAs("nobody", Home::change, "echo ran"), 1);
-    EXPECT_EQ(error, "Cannot chdir to 'nobody' homedir '/nonexistent'\n"
-                     "System error 2: No such file or directory\n");
-    EXPECT_EQ(output, error);
-}
-
-TEST_F(ForkExecvUser, TheUserIsSwitchedBeforeTheEnvironmentIsSet) {
-    TAMRIX_TEST_AS_ROOT();
-    EXPECT_EQ(forkExecvGetOutErr("", &output, &error, "/bin/true", ArgVector{"true"}.get(), "nobody", true,
-                                 {{"A=B", "x"}}),
-              1);
-    EXPECT_EQ(error, "Cannot chdir to 'nobody' homedir '/nonexistent'\n"
-                     "System error 2: No such file or directory\n");
-}
-
-TEST_F(ForkExecvUser, AnUnknownUserIsWarnedOfAndNoSwitch) {
-    EXPECT_EQ(shellAs("no-such-user", Home::change, "id -u"), 0);
+TEST_F(ForkExecvPipes, AnUnknownUserIsWarnedOfAndUidZeroIsNoSwitch) {
+    fs::current_path("/");
+    const std::string here = std::to_string(::geteuid()) + "\n/\n";
+    EXPECT_EQ(shellAs("no-such-user", Home::change, "id -u; pwd"), 0);
     EXPECT_EQ(error, "Unable to getpwnam for user no-such-user\n");
-    EXPECT_EQ(output, std::to_string(::geteuid()) + "\n");
+    EXPECT_EQ(output, here);
+    EXPECT_EQ(shellAs("root", Home::change, "id -u; pwd"), 0);
+    EXPECT_EQ(output, here);
 }
 
-TEST_F(ForkExecvUser, UidZeroIsNoSwitchAndNoChangeOfDirectory) {
-    std::filesystem::current_path("/");
-    EXPECT_EQ(shellAs("root", Home::change, "id -u; pwd"), 0);
-    EXPECT_EQ(output, std::to_string(::geteuid()) + "\n/\n");
+// Users with a home that exists on any Debian are used, and nobody, whose home does not. A process that has
+// changed its user or its root cannot run the exit handlers of a test.
+ChildOutcome runSwitched(const std::function<bool()>& body) {
+    return inChild([&body] {
+        markForkedChild();
+        return body() ? 42 : 2;
+    });
+}
+
+void expectHolds(const std::function<bool()>& body) {
+    const ChildOutcome result = runSwitched(body);
+    EXPECT_EQ(result.exitStatus(), 42);
+    EXPECT_EQ(result.error, "");
+}
+
+bool runsAs(uid_t uid, gid_t gid) {
+    std::array<uid_t, 3> uids{};
+    std::array<gid_t, 3> gids{};
+    ::getresuid(&uids[0], &uids[1], &uids[2]);
+    ::getresgid(&gids[0], &gids[1], &gids[2]);
+    return std::count(uids.begin(), uids.end(), uid) == 3 && std::count(gids.begin(), gids.end(), gid) == 3;
+}
+
+std::vector<gid_t> supplementaryGroups() {
+    std::vector<gid_t> groups(static_cast<std::size_t>(std::max(::getgroups(0, nullptr), 0)));
+    ::getgroups(static_cast<int>(groups.size()), groups.data());
+    return groups;
+}
+
+bool isSameDirectory(const struct stat& before, const char* path) {
+    struct stat now {};
+    return ::stat(path, &now) == 0 && now.st_dev == before.st_dev && now.st_ino == before.st_ino;
+}
+
+TEST(SwitchUser, BecomesTheUserWithItsGroupsForGood) {
+    TAMRIX_TEST_AS_ROOT();
+    expectHolds([] {
+        const std::array<gid_t, 2> strange{4711, 4712};
+        (void)::setgroups(strange.size(), strange.data());
+        return p_setuid("nobody", 0) == 0 && runsAs(65534, 65534) &&
+               supplementaryGroups() == std::vector<gid_t>{65534} && ::setuid(0) == -1 && ::setgid(0) == -1;
+    });
+}
+
+// The numbers are part of the interface.
+TEST(SwitchUser, TheFlagsChangeToTheHomePermitUid0AndChangeTheRoot) {
+    TAMRIX_TEST_AS_ROOT();
+    EXPECT_EQ(setuidChdirHome, 1U);
+    EXPECT_EQ(setuidAllowRoot, 2U);
+    EXPECT_EQ(setuidChrootHome, 4U);
+    fs::current_path("/tmp");
+    expectHolds([] { return p_setuid("daemon", 0) == 0 && fs::current_path() == "/tmp"; });
+    expectHolds(
+        [] { return p_setuid("daemon", 1) == 0 && runsAs(1, 1) && fs::current_path() == "/usr/sbin"; });
+    expectHolds([] { return p_setuid("root", 2) == 0 && runsAs(0, 0); });
+    expectHolds([] {
+        struct stat home {};
+        ::stat("/usr/sbin", &home);
+        p_setuid("daemon", 1 + 4);
+        return runsAs(1, 1) && isSameDirectory(home, "/") && isSameDirectory(home, ".");
+    });
+}
+
+// Where two steps fail, the first one is told: home, root, uid 0, groups, group id, user id.
+TEST(SwitchUser, AFailureEndsTheProcessWithItsReason) {
+    TAMRIX_TEST_AS_ROOT();
+    using Calls = std::vector<Call>;
+    const std::string denied = "System error 1: Operation not permitted\n";
+    for (const auto& [user, flags, failing, text] : {
+             std::tuple<const char*, unsigned, Calls, std::string>{"nobody", 1, {}, noHome},
+             {"nobody", 1 + 4, {}, noHome},
+             {"nobody",
+              4,
+              {},
+              "Cannot chroot to 'nobody' homedir '/nonexistent'\nSystem error 2: No such file or "
+              "directory\n"},
+             {"root", 4, {Call::chroot}, "Cannot chroot to 'root' homedir '/root'\n" + denied},
+             {"root", 1, {Call::initgroups}, "Cannot run as forbidden uid: 0\n"},
+             {"sync",
+              0,
+              {Call::initgroups, Call::setgid},
+              "Unable to init new groups for user 'sync': Operation not permitted\n" + denied},
+             {"sync", 0, {Call::setgid, Call::setuid}, "Failed to setgid: 65534\n\n" + denied},
+             {"sync", 0, {Call::setuid}, "Failed to setuid: 4\n\n" + denied},
+         }) {
+        const ChildOutcome result = runSwitched([&user = user, &flags = flags, &failing = failing] {
+            conditions().errnoAfterLookup = ENOENT; // a user database may leave any
+            for (const Call call : failing) {
+                failCall(call, EPERM);
+            }
+            return p_setuid(user, flags) == 0;
+        });
+        EXPECT_EQ(result.exitStatus(), 1) << user;
+        EXPECT_EQ(result.error, text);
+        EXPECT_EQ(result.output, text);
+    }
+}
+
+TEST(SwitchUser, AnUnknownUserIsTold) {
+    const ChildOutcome result = runSwitched([] { return p_setuid("no-such-user", 0) == 0; });
+    EXPECT_EQ(result.exitStatus(), 1);
+    EXPECT_EQ(result.error, "Unable to getpwnam for user no-such-user\nUser 'no-such-user' not found\n");
+    EXPECT_EQ(result.output, "User 'no-such-user' not found\n");
 }
 
 } // namespace
+
+} // namespace quelm::test

@@ -20,7 +20,8 @@ class CallbackModule(CallbackBase):
     CALLBACK_NEEDS_ENABLED = True
 
     def keep(self, outcome, result):
-        line = {"host": result._host.get_name(), "outcome": outcome, "result": result._result}
+        line = {"host": result._host.get_name(), "task": result._task.get_name(), "outcome": outcome,
+                "result": result._result}
         with open(os.environ["FLEET_RESULTS"], "a", encoding="utf-8") as file:
             file.write(json.dumps(line) + "\n")
 

@@ -1,20 +1,9 @@
 """What the module decides from the listing alone, without a host."""
 
-import importlib.util
-
 import pytest
 
-from conftest import ROOT
+from ansible_collections.ovt.tamrix.plugins.modules import php_handler
 
-
-def load_module():
-    spec = importlib.util.spec_from_file_location("php_handler", ROOT / "fleet/library/php_handler.py")
-    module = importlib.util.module_from_spec(spec)
-    spec.loader.exec_module(module)
-    return module
-
-
-php_handler = load_module()
 CGI = {"id": "a", "path": "/p", "clipath": "/c", "phpini": "/i", "version": "8.1.2", "displayname": "PHP 8.1.2",
        "type": "cgi", "system": False}
 FPM = {**CGI, "type": "fpm", "service": "s", "poold": "/d"}

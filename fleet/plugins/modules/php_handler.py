@@ -1,3 +1,5 @@
+#!/usr/bin/python
+# SPDX-License-Identifier: MIT
 """Ansible module: one custom PHP handler of a host, registered or not.
 
 The listing is read before and after; --add, --update and --remove are called for what differs. Messages are
@@ -9,10 +11,10 @@ short_description: Keep custom PHP handlers with tamrix
 description:
   - Registers, changes and removes one custom PHP handler of the host's registry.
   - Hosts do not know each other; each play that names many hosts brings each of them to the described state.
-author: the tamrix maintainers
-requirements:
-  - tamrix on the host
-  - Python 3.6 or later on the host
+author: the tamrix authors (!UNKNOWN)
+extends_documentation_fragment:
+  - ovt.tamrix.program
+  - ovt.tamrix.program.changing
 attributes:
   check_mode:
     description: Changes nothing and tells what would change.
@@ -54,14 +56,6 @@ options:
   poold:
     description: The fpm pool directory, for type C(fpm) only. A new handler of that type needs it.
     type: str
-  set_dirty_flag:
-    description: Whether a change sets the package tool's dirty flag.
-    type: bool
-    default: true
-  executable:
-    description: The program.
-    type: path
-    default: /opt/ovt/admin/sbin/tamrix
 notes:
   - An option that is not given leaves its value alone; a new handler gets the program's default.
   - The listing shows display names with the version filled in, so a name with C($version) counts as set when
@@ -73,16 +67,15 @@ notes:
     only in a real run.
   - A system handler comes from a package file. A task that would change one fails.
   - The identifiers C(module), C(cgi) and C(fastcgi) are the packages'. C(tamrix --reread), which package scripts
-    call, drops a custom handler with one of them without a word; choose another.
+    call, removes a custom handler with one of them silently. A new handler with one of them is refused; one that is
+    registered gives a warning, unless a package describes it.
   - A value that the registry could not be read with again, because of a control character or its length, is
     refused before anything is asked of the program.
-  - The registry is not locked by the program. The task holds the lock on /etc/ovt that tamrix(8) has every caller
-    take, as in C(flock /etc/ovt tamrix ...), and waits for it without a limit. A hook script must not take it.
 """
 
 EXAMPLES = r"""
 - name: PHP 8.2 for every site
-  php_handler:
+  ovt.tamrix.php_handler:
     id: php82-cgi
     displayname: PHP $version
     path: /usr/bin/php-cgi8.2
@@ -91,7 +84,7 @@ EXAMPLES = r"""
     type: cgi
 
 - name: The same as a service
-  php_handler:
+  ovt.tamrix.php_handler:
     id: php82-fpm
     path: /usr/sbin/php-fpm8.2
     phpini: /etc/php/8.2/fpm/php.ini
@@ -100,12 +93,12 @@ EXAMPLES = r"""
     poold: /etc/php/8.2/fpm/pool.d
 
 - name: A new name, and nothing else
-  php_handler:
+  ovt.tamrix.php_handler:
     id: php82-cgi
     displayname: The fast one
 
 - name: Not offered any more
-  php_handler:
+  ovt.tamrix.php_handler:
     id: php74-cgi
     state: absent
 """
@@ -135,21 +128,19 @@ stdout:
   returned: when the program fails
   type: str
 stderr:
-  description: What the failing program complained. It is the task's message too.
+  description:
+    - The failing program's error text, which is the task's message too.
+    - When the registry was changed before the failure, C(changed) is true and the message says what to run.
   returned: when the program fails
   type: str
 """
 
-import fcntl
-import json
-import os
 import string
 
 from ansible.module_utils.basic import AnsibleModule
+from ansible_collections.ovt.tamrix.plugins.module_utils.registry import (
+    CHANGING_OPTIONS, DEPOTCTL, FIELDS, FPM_FIELDS, RESERVED, Registry, command_line, expanded)
 
-# In the order in which they are given to the program.
-FIELDS = ("displayname", "path", "clipath", "phpini", "type", "service", "poold")
-FPM_FIELDS = ("service", "poold")
 # An update that is given one of these reads the version again.
 PROBED = ("path", "clipath", "phpini")
 
@@ -158,7 +149,6 @@ LIMIT = 4087
 # There a display name is percent-encoded but for these; in other values these take two bytes.
 PLAIN = (string.ascii_letters + string.digits + "-._~").encode()
 DOUBLED = b'\b\t\n\f\r"\\'
-FOLDER = "/etc/ovt"
 
 ARGUMENTS = {
     "id": {"type": "str", "required": True},
@@ -170,51 +160,16 @@ ARGUMENTS = {
     "type": {"type": "str", "choices": ["cgi", "fastcgi", "fpm"]},
     "service": {"type": "str"},
     "poold": {"type": "str"},
-    "set_dirty_flag": {"type": "bool", "default": True},
-    "executable": {"type": "path", "default": "/opt/ovt/admin/sbin/tamrix"},
+    **CHANGING_OPTIONS,
 }
 
 
-class Registry:
-    """The host's registry through the program. Every failure of the program ends the task with its own text."""
-
-    def __init__(self, module):
-        self.module = module
-        self.warned = set()
-
-    def run(self, *words):
-        # Without the expansion: "$version" is for the program, whatever the environment holds.
-        status, out, err = self.module.run_command(
-            [self.module.params["executable"], *words], expand_user_and_vars=False)
-        if status != 0:
-            self.module.fail_json(msg=err.strip() or f"{words[0]} ended with status {status}",
-                                  rc=status, stdout=out, stderr=err)
-        for line in err.splitlines():
-            if line and line not in self.warned:
-                self.warned.add(line)
-                self.module.warn(line)
-        return out
-
-    def change(self, command, id, values):
-        """`values` are given as options; a value that begins with a dash or is empty arrives as it is."""
-        words = [command]
-        for name, value in {"id": id, **values}.items():
-            words += [f"--{name}={value}"] if value else [f"--{name}", ""]
-        if not self.module.params["set_dirty_flag"]:
-            words.append("--no-set-dirty-flag")
-        self.run(*words)
-
-    def find(self, id):
-        """The listed handler, None when there is none."""
-        out = self.run("--list-json")
-        try:
-            return next((handler for handler in json.loads(out)["php"] if handler["id"] == id), None)
-        except (ValueError, KeyError, TypeError) as problem:
-            self.module.fail_json(msg=f"--list-json is not understood: {problem!r}", stdout=out)
-
-
-def expanded(name, version):
-    return name.replace("$version", version or "")
+def words(command, id, values):
+    """`values` as options; a value that begins with a dash or is empty arrives as it is."""
+    words = [command]
+    for name, value in {"id": id, **values}.items():
+        words += [f"--{name}={value}"] if value else [f"--{name}", ""]
+    return words
 
 
 def differences(wanted, listed):
@@ -290,14 +245,6 @@ def refuse_unreadable(module):
             module.fail_json(msg=f"{name} {why}, and the handler could not be read again")
 
 
-def take_lock():
-    """Held until this process ends, not inherited. Where the folder cannot be opened, the program has more to say."""
-    try:
-        fcntl.flock(os.open(FOLDER, os.O_RDONLY), fcntl.LOCK_EX)
-    except OSError:
-        pass
-
-
 def wanted_values(module, listed):
     """The given values, checked for what the program would ignore or could not say well."""
     id = module.params["id"]
@@ -321,21 +268,26 @@ def refuse_system_handler(module, listed):
         module.fail_json(msg=f"handler {listed['id']} is a system handler and would be refused")
 
 
-def require(module, fulfilled, what):
-    """A save that fails is told to the system log only, not by the exit status."""
-    if not fulfilled:
-        module.fail_json(msg=f"the program reported success, but {what}; see the system log of the host")
+def check_reserved(module, id, listed):
+    """An identifier that a reread drops, unless a package describes it."""
+    if id not in RESERVED or (listed and listed["system"]):
+        return
+    if listed is None:
+        module.fail_json(msg=f"a reread would drop a handler with the identifier {id}: choose another")
+    module.warn(f"a reread will drop handler {id}, because that identifier is the packages'")
 
 
 def present(module, registry, id, listed):
     """Returns whether something changes, and the handler afterwards."""
     wanted = wanted_values(module, listed)
+    check_reserved(module, id, listed)
+    again = command_line(registry.program, *words("--update", id, {}))
     if listed is None:
         if module.check_mode:
             return True, predicted_new(id, wanted)
         # An empty php-cli would be asked for its version.
-        registry.change("--add", id, {name: value for name, value in wanted.items()
-                                      if name != "clipath" or value})
+        given = {name: value for name, value in wanted.items() if name != "clipath" or value}
+        registry.change(words("--add", id, given), again)
     else:
         changes = updates(wanted, listed)
         if not changes:
@@ -343,11 +295,11 @@ def present(module, registry, id, listed):
         if module.check_mode:
             refuse_system_handler(module, listed)
             return True, predicted_change(listed, changes)
-        registry.change("--update", id, changes)
-    after = registry.find(id)
-    require(module, after is not None, f"handler {id} is not listed")
+        registry.change(words("--update", id, changes), again)
+    after = registry.by_id.get(id)
+    registry.require(after is not None, f"handler {id} is not listed")
     lost = differences(wanted, after)
-    require(module, not lost, f"handler {id} is listed with another {', '.join(lost)}")
+    registry.require(not lost, f"handler {id} is listed with another {', '.join(lost)}")
     return True, after
 
 
@@ -357,18 +309,17 @@ def absent(module, registry, id, listed):
     if module.check_mode:
         refuse_system_handler(module, listed)
     else:
-        registry.change("--remove", id, {})
-        require(module, registry.find(id) is None, f"handler {id} is still listed")
+        registry.change(words("--remove", id, {}), f"{DEPOTCTL} --set-dirty-flag")
+        registry.require(id not in registry.by_id, f"handler {id} is still listed")
     return True, None
 
 
 def main():
     module = AnsibleModule(argument_spec=ARGUMENTS, supports_check_mode=True)
     refuse_unreadable(module)
-    take_lock()
     registry = Registry(module)
     id = module.params["id"]
-    listed = registry.find(id)
+    listed = registry.by_id.get(id)
     steps = {"present": present, "absent": absent}[module.params["state"]]
     changed, after = steps(module, registry, id, listed)
     result = {"changed": changed, "handler": after}

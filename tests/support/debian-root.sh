@@ -20,6 +20,25 @@ lay_debian() {
     cp -L /etc/resolv.conf /etc/hosts "$folder/etc/"
 }
 
+# lay_packages SUITE FOLDER PACKAGE...: the minimal system and those packages; no service is started. What was downloaded
+# is kept in build/debian/SUITE.
+lay_packages() {
+    local suite=$1 folder=$2 kept
+    shift 2
+    kept=$(realpath "$(dirname "${BASH_SOURCE[0]}")/../..")/build/debian/$suite
+    mkdir -p "$kept"
+    lay_debian "$suite" "$folder" --cache-dir="$kept"
+    printf '#!/bin/sh\nexit 101\n' >"$folder/usr/sbin/policy-rc.d"
+    chmod 755 "$folder/usr/sbin/policy-rc.d"
+    cp "$kept"/*.deb "$folder/var/cache/apt/archives/"
+    enter_debian "$folder" "apt-get update -q && DEBIAN_FRONTEND=noninteractive \
+        apt-get install -y -q --no-install-recommends -o APT::Keep-Downloaded-Packages=true $*" >"$folder.log" 2>&1 || {
+        cat "$folder.log"
+        return 1
+    }
+    mv "$folder"/var/cache/apt/archives/*.deb "$kept/"
+}
+
 # enter_debian FOLDER SCRIPT: runs the shell script with FOLDER as the root. In a mount namespace of its own the
 # folder becomes the root, because bubblewrap refuses to work in a chroot; the mounts end with the last process.
 enter_debian() {

@@ -76,6 +76,7 @@ def test_identifiers_are_live(desk, shell):
     ("tamrix --add --type=fp", "--type=fpm"), ("tamrix --add --path /opt/ovt/place/o", "/opt/ovt/place/one file"),
     ("tamrix --add --clipath=/opt/ovt/place/o", "--clipath=/opt/ovt/place/one file"),
     ("tamrix --update --poold /opt/ovt/place/", "/opt/ovt/place/folder"),
+    ("tamrix --add --poold=/opt/ovt/place/", "--poold=/opt/ovt/place/folder"),
     ("tamrix --update --poold /opt/ovt/pools/", "/opt/ovt/pools/a pool"),
     ("tamrix --update --type cgi --id host:", "host:80")])
 def test_a_begun_word_is_finished(desk, shell, line, word):
@@ -96,6 +97,10 @@ def test_values_and_options_that_are_left_are_offered(desk, shell, line, words):
 def test_paths_are_offered(desk, shell, option):
     found = offered(desk, shell, f"tamrix --update {option} /opt/ovt/place/")
     assert {path.removesuffix("/") for path in found} == {"/opt/ovt/place/one file", "/opt/ovt/place/folder"}
+
+
+def test_a_pool_directory_is_no_file(desk, shell):
+    assert offered(desk, shell, "tamrix --add --poold /opt/ovt/place/folder/") == set()
 
 
 @pytest.mark.parametrize("begun", ["--list ", "--list-json ", "--help ", "--reread /opt/ovt/place/",

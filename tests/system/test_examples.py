@@ -1,8 +1,10 @@
 """The examples that are installed with the package do what their first lines say."""
 
 import json
+import pathlib
 import re
 import shutil
+import subprocess
 import time
 
 import pytest
@@ -137,3 +139,73 @@ def test_a_reader_copes_with_a_path_that_is_no_utf_8(host, command, shown, local
 def test_a_reader_shows_a_value_that_is_left_out(host, command, shown):
     host.registry = document(record("a", path="/" * 4088))
     assert read_listing(host, command) == ok(f"a\t{shown}\n")
+
+
+def unit(name):
+    """The lines NAME=VALUE of a unit, in their order."""
+    lines = (EXAMPLES / f"systemd/tamrix-keep-registry.{name}").read_text(encoding="utf-8").splitlines()
+    return [tuple(line.split("=", 1)) for line in lines if re.match(r"\w+=", line)]
+
+
+def test_systemd_keeps_a_dated_copy_of_the_registry(host):
+    assert ("PathChanged", REGISTRY) in unit("path")
+    # As systemd reads it: two percent signs are one.
+    commands = [value.replace("%%", "%") for name, value in unit("service") if name == "ExecStart"]
+    host.registry = document(record("a"))
+    result = host.run("/bin/sh", "-ec", "\n".join(commands) + f"""
+        set -- /var/backups/tamrix/*; echo $#; cmp "$1" {REGISTRY}; echo "$1" """)
+    assert (result.status, result.err, result.out.splitlines()[0]) == (0, "", "1")
+    copy = result.out.splitlines()[1]
+    assert re.fullmatch(r"/var/backups/tamrix/php_versions\.json\.\d{4}-\d\d-\d\dT\d\d-\d\d-\d\d\.\d{9}", copy)
+
+
+@pytest.mark.skipif(not shutil.which("systemd-analyze"), reason="systemd-analyze is not installed")
+def test_systemd_accepts_the_units():
+    units = sorted(map(str, (EXAMPLES / "systemd").iterdir()))
+    done = subprocess.run(["systemd-analyze", "verify", *units], capture_output=True, text=True)
+    assert (done.returncode, [line for line in done.stderr.splitlines() if "keep-registry" in line]) == (0, [])
+
+
+def metrics(host):
+    return host.run(host.write("/opt/ovt/metrics", (EXAMPLES / "prometheus/php-handlers.py").read_bytes(), 0o755))
+
+
+def test_prometheus_sees_each_handler_and_whether_its_interpreter_is_there(host):
+    host.php("/opt/ovt/php/php-cgi")
+    host.registry = document(record("a", path="/opt/ovt/php/php-cgi"), record("f", path="/gone", **FPM),
+                             record('q\\"b\\\\\\n\udcff', path="/gone"))
+    assert metrics(host) == ok("""\
+# HELP php_handler_info A registered PHP handler.
+# TYPE php_handler_info gauge
+php_handler_info{id="a",version="8.1.2",type="cgi"} 1
+php_handler_info{id="f",version="8.1.2",type="fpm"} 1
+php_handler_info{id="q\\"b\\\\\\n\ufffd",version="8.1.2",type="cgi"} 1
+# HELP php_handler_interpreter Whether its interpreter is there.
+# TYPE php_handler_interpreter gauge
+php_handler_interpreter{id="a"} 1
+php_handler_interpreter{id="f"} 0
+php_handler_interpreter{id="q\\"b\\\\\\n\ufffd"} 0
+""")
+
+
+def test_prometheus_gets_nothing_without_a_listing(host):
+    host.registry = "broken"
+    done = metrics(host)
+    assert (done.status, done.out) == (1, "")
+
+
+def stand_ins(host):
+    for tool in (EXAMPLES / "stand-ins/sbin").iterdir():
+        install(host, tool, "/opt/ovt/admin/sbin")
+
+
+def test_the_stand_ins_answer_as_the_panels_tools(host):
+    stand_ins(host)
+    host.php("/opt/ovt/php/php-fpm")
+    add = ["--add", "--id", "f", "--path", "/opt/ovt/php/php-fpm", "--phpini", "/dev/null", "--type", "fpm",
+           "--poold", "/opt/ovt/pool", "--service"]
+    service = next(pathlib.Path("/usr/lib/systemd/system").glob("*.service")).stem
+    assert host.tamrix(*add, "no-such-service").status == 1
+    assert host.tamrix(*add, service) == ok("f\n")
+    assert re.fullmatch(f"{re.escape(service)} \\d+\n", host.read("/opt/ovt/var/service.limits"))
+    assert host.read("/opt/ovt/var/depot.dirty") == "package state is dirty\n"

@@ -43,6 +43,7 @@ def test_the_variables_of_hooks_are_those_of_the_usage(host, page):
 def test_every_path_of_the_manual_is_installed_or_written():
     listed = (ROOT / "tests/packaging/contents").read_text(encoding="utf-8")
     known = {REGISTRY, HOOK_LOG, f"{PACKAGES}/*.conf", *re.findall(r"^[-dl][-rwx]{9} (/\S+)", listed, re.MULTILINE)}
+    known |= {f"/usr/share/doc/tamrix/{path.relative_to(ROOT / 'docs')}" for path in ROOT.glob("docs/examples/*")}
     told = {path.rstrip("/") for page in PAGES.values()
             for path in re.findall(r"^\.(?:It )?Pa (/\S+)", page, re.MULTILINE)}
     assert len(told) > 12

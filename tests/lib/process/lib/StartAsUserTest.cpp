@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <filesystem>
 #include <functional>
+#include <regex>
 #include <string>
 #include <tuple>
 #include <vector>
@@ -133,7 +134,8 @@ TEST_F(ForkExecvPipes, SignalsAreAtTheirDefaultsAndNoneIsBlocked) {
         ::sigprocmask(SIG_SETMASK, &mask, nullptr);
         run("/bin/grep", {"grep", "-E", "^Sig(Blk|Ign)", "/proc/self/status"});
         std::fputs(output.c_str(), stdout);
-        return output == "SigBlk:\t0000000000000000\nSigIgn:\t0000000000000000\n";
+        // The C library's own two signals are ignored in whatever posix_spawn() started: under make, say.
+        return std::regex_match(output, std::regex("SigBlk:\t0{16}\nSigIgn:\t0{7}[01][08]0{7}\n"));
     }));
 }
 

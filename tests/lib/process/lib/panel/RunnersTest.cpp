@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <csignal>
 #include <iostream>
+#include <regex>
 #include <string>
 #include <tuple>
 #include <vector>
@@ -147,8 +148,9 @@ TEST_F(Runners, CommandsHaveDefaultSignalsAndAnEmptyMask) {
         return std::signal(SIGPIPE, SIG_DFL) == SIG_IGN ? 42 : 1;
     });
     EXPECT_EQ(result.exitStatus(), 42);
-    const std::string none = "SigBlk:\t0000000000000000\nSigIgn:\t0000000000000000\n";
-    EXPECT_EQ(result.output, none + none);
+    // The C library's own two signals are ignored in whatever posix_spawn() started: under make, say.
+    const std::regex none("(SigBlk:\t0{16}\nSigIgn:\t0{7}[01][08]0{7}\n){2}");
+    EXPECT_TRUE(std::regex_match(result.output, none)) << result.output;
 }
 
 TEST_F(Runners, ASignalThatWaitsForTheUtilityGoesOnWaitingAndAnIgnoredSigchldLosesNoStatus) {

@@ -61,7 +61,7 @@ notes:
   - The listing shows display names with the version filled in, so a name with C($version) counts as set when
     the listed name is the wanted one with the listed version. A handler that was given C(PHP 8.2.7) as plain
     text is therefore left alone by C(PHP $version) until its version changes; the next run then mends it.
-  - Where a change has the version read again, check mode cannot know the version, nor a name that may hold it;
+  - Where a change probes the version again, check mode cannot know the version, nor a name that may hold it;
     they are null there.
   - Check mode does not start interpreters or ask for services; what the program refuses because of them shows
     only in a real run.
@@ -183,7 +183,7 @@ def differences(wanted, listed):
 
 
 def updates(wanted, listed):
-    """What an update must be given. The name goes along with whatever has the version read again: the listing
+    """What an update must be given. The name goes along with whatever probes the version again: the listing
     does not tell a placeholder from plain text, and only one of them would follow."""
     needed = differences(wanted, listed)
     if "displayname" in wanted and any(name in needed for name in PROBED):

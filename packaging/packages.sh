@@ -9,7 +9,7 @@ php_packages=(php-cgi php-cli php-fpm)
 unit_packages=(libgmock-dev libgtest-dev python3)
 test_packages=(cppcheck clang-format fish jq logrotate mandoc python3-jsonschema python3-pytest python3-pytest-xdist
     shellcheck strace zsh)
-deb_packages=(debhelper dpkg-dev libzstd-dev pkgconf zlib1g-dev)
+deb_packages=(build-essential debhelper dpkg-dev libzstd-dev pkgconf zlib1g-dev)
 full_packages=("${deb_packages[@]}" ansible-core ansible-lint autopkgtest clang clang-tidy cpio debootstrap file
     g++-aarch64-linux-gnu libclang-rt-dev lintian llvm python3-voluptuous qemu-user rpm rpmlint valgrind)
 bench_packages=(gnuplot-nox jq libsimdjson-dev rapidjson-dev)

@@ -89,7 +89,7 @@ TEST_F(PhpVersion, IsReadFromEveryBannerOfTheFile) {
             ++texts;
         }
     }
-    EXPECT_EQ(texts, 62);
+    EXPECT_EQ(texts, 22);
 }
 
 TEST_F(PhpVersion, IsTheNumberAtTheBeginningOfTheFirstMatchingLine) {

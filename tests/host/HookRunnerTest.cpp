@@ -1,3 +1,4 @@
+// The calls of scripts and the format of their log; which files are scripts is in tests/system/test_hooks.py.
 #include "host/HookRunner.h"
 
 #include <cerrno>
@@ -8,7 +9,6 @@
 #include <fstream>
 #include <stdexcept>
 #include <string>
-#include <vector>
 
 #include <fcntl.h>
 #include <sys/resource.h>
@@ -26,67 +26,6 @@ namespace quelm::test {
 namespace {
 
 namespace fs = std::filesystem;
-using Names = std::vector<std::string>;
-
-class HookScripts : public testing::Test {
-protected:
-    Names names() const {
-        Names found;
-        for (const std::string& path : listHookScripts(directory.path() + "/")) {
-            EXPECT_TRUE(path.starts_with(directory.path() + "/")) << path;
-            found.push_back(path.substr(directory.path().size() + 1));
-        }
-        return found;
-    }
-    void make(const std::string& name, mode_t mode) const {
-        ASSERT_EQ(::chmod(directory.write(name, "").c_str(), mode), 0);
-    }
-
-    const TempDir directory;
-};
-
-TEST_F(HookScripts, RunInPlainByteOrder) {
-    for (const char* name : {"1", "10", "2", "9-a", "10-a", "b", "A", "\xc3\xa9", ".hidden"}) {
-        make(name, 0700);
-    }
-    EXPECT_EQ(names(), (Names{".hidden", "1", "10", "10-a", "2", "9-a", "A", "b", "\xc3\xa9"}));
-}
-
-TEST_F(HookScripts, AreRegularFilesThatTheirOwnerMayExecuteAndLinksToThem) {
-    make("group-and-others", 0677);
-    make("nobody", 0666);
-    make("owner", 0100);
-    const TempDir elsewhere;
-    fs::create_symlink(elsewhere.script("target", ""), directory.path("link"));
-    fs::create_directory(directory.path("directory"));
-    make("directory/script", 0700);
-    fs::create_symlink("nowhere", directory.path("dangling"));
-    fs::create_symlink("loop", directory.path("loop"));
-    ASSERT_EQ(::mkfifo(directory.path("fifo").c_str(), 0700), 0);
-    const CapturedStreams captured;
-    EXPECT_EQ(names(), (Names{"link", "owner"}));
-    EXPECT_EQ(captured.error(), "");
-}
-
-TEST_F(HookScripts, ADirectoryThatCannotBeListedThrowsTheFileSystemsError) {
-    EXPECT_THROW(listHookScripts(directory.path("none/")), fs::filesystem_error);
-    EXPECT_THROW(listHookScripts(directory.write("file", "")), fs::filesystem_error);
-    fs::permissions(directory.path(), fs::perms::none);
-    // Root may read everything, so another user looks.
-    const ChildOutcome outcome = inChild([this] {
-        if (::geteuid() == 0 && ::setuid(65534) != 0) {
-            return 1;
-        }
-        try {
-            names();
-        } catch (const fs::filesystem_error& failure) {
-            return failure.code() == std::errc::permission_denied ? 42 : 2;
-        }
-        return 3;
-    });
-    fs::permissions(directory.path(), fs::perms::owner_all);
-    EXPECT_EQ(outcome.exitStatus(), 42);
-}
 
 PhpHandler sampleHandler() {
     PhpHandler handler;
@@ -108,8 +47,8 @@ protected:
     std::string addScript(const std::string& name, const std::string& body) {
         return scripts_.script("d/" + name, body);
     }
-    void run(const std::string& action = "add", const PhpHandler& handler = sampleHandler()) {
-        runConfigurators(action, handler, scripts_.path("d/"), log_);
+    void run(const PhpHandler& handler = sampleHandler()) {
+        runConfigurators("add", handler, scripts_.path("d/"), log_);
     }
     // The log with each time stamp replaced by "T".
     std::string records() const {
@@ -124,25 +63,14 @@ protected:
         return text;
     }
     std::string record(const std::string& name, const std::string& output, const std::string& error,
-                       const std::string& code, const std::string& action = "add") const {
-        return "[T] Start: " + scripts_.path("d/" + name) + " " + action + "\n" + variables +
-               "stdout: " + output + "\nstderr: " + error + "\nExit code: " + code + "\n";
+                       const std::string& code) const {
+        return "[T] Start: " + scripts_.path("d/" + name) + " add\n" + variables + "stdout: " + output +
+               "\nstderr: " + error + "\nExit code: " + code + "\n";
     }
 
     TempDir scripts_;
     std::string log_ = scripts_.path("hooks.log");
 };
-
-TEST_F(HookRunner, EachScriptGetsPathAndActionAndTheSixVariables) {
-    ::setenv("PHP_ID", "inherited", 1);
-    ::setenv("HOOK_TEST", "kept", 1);
-    const std::string script = addScript(
-        "10-a", R"(printf '%s|' "$0" "$#" "$1" "$PHP_ID" "$PHP_PATH" "${PHP_CLI-unset}" "$PHP_INI" )"
-                R"("$PHP_VERSION" "$PHP_TYPE" "$HOOK_TEST")");
-    run("update");
-    EXPECT_EQ(records(), record("10-a", script + "|1|update|the id|/p/php-cgi||/p/php.ini|8.2.1|fpm|kept|",
-                                "", "0", "update"));
-}
 
 TEST_F(HookRunner, ScriptsRunOneAfterAnotherInByteOrderWhateverTheyReturn) {
     addScript("2", "exit 7");
@@ -164,40 +92,11 @@ TEST_F(HookRunner, ScriptsRunOneAfterAnotherInByteOrderWhateverTheyReturn) {
     EXPECT_NE(readFile(scripts_.path("second.log")).find("stdout: end\n\n"), std::string::npos);
 }
 
-TEST_F(HookRunner, TheLogIsCreatedOnceAScriptCouldRunAndOpenedOncePerCall) {
-    EXPECT_THROW(runConfigurators("add", sampleHandler(), scripts_.path("none/"), log_),
-                 fs::filesystem_error);
-    EXPECT_FALSE(fs::exists(log_));
-    run();
-    EXPECT_EQ(records(), "");
-    EXPECT_TRUE(fs::exists(log_));
-    addScript("1", "mv " + log_ + " " + scripts_.path("moved.log"));
-    addScript("2", "");
-    run();
-    EXPECT_FALSE(fs::exists(log_));
-    fs::rename(scripts_.path("moved.log"), log_);
-    EXPECT_EQ(records(), record("1", "", "", "0") + record("2", "", "", "0"));
-}
-
-TEST_F(HookRunner, WithoutALogTheScriptsStillRun) {
-    addScript("touch", "touch " + scripts_.path("ran"));
-    runConfigurators("add", sampleHandler(), scripts_.path("d/"), scripts_.path("none/hooks.log"));
-    EXPECT_TRUE(fs::exists(scripts_.path("ran")));
-    EXPECT_FALSE(fs::exists(scripts_.path("none")));
-}
-
 TEST_F(HookRunner, AnOutOfRangeTypeLeavesTheRunner) {
     addScript("any", "");
     PhpHandler handler = sampleHandler();
     handler.type = static_cast<PhpHandlerType>(9);
-    EXPECT_THROW(run("add", handler), std::runtime_error);
-}
-
-TEST_F(HookRunner, TheTimeStampIsTheMomentOfTheEnd) {
-    addScript("slow", "sleep 1; date '+[%Y-%m-%d %H-%M-%S'");
-    run();
-    const std::string log = readFile(log_);
-    EXPECT_NE(log.find("stdout: " + log.substr(0, log.find('.')) + "\n"), std::string::npos) << log;
+    EXPECT_THROW(run(handler), std::runtime_error);
 }
 
 // 2024-03-05 14:07:09 UTC
@@ -262,18 +161,6 @@ TEST_F(HookLogFile, EachLineOfARecordIsWrittenAtOnce) {
                                "stderr: " +
                                std::string("a\0b\xff", 4) + "\nExit code: 3\n";
     EXPECT_EQ(readFile(path_), "before\n" + record + record);
-}
-
-TEST_F(HookLogFile, OneThatCannotBeOpenedOrWrittenSwallowsItsRecords) {
-    ASSERT_EQ(::mkfifo(path_.c_str(), 0600), 0);
-    const CapturedStreams captured;
-    for (const std::string& path : {directory_.path("missing/hooks.log"), std::string("/dev/full"), path_}) {
-        HookLog log(path);
-        EXPECT_NO_THROW(log.append(true_, {sampleSecond, 0}));
-        EXPECT_NO_THROW(log.append(true_, {sampleSecond, 0}));
-    }
-    EXPECT_FALSE(fs::exists(directory_.path("missing")));
-    EXPECT_EQ(captured.output() + captured.error(), "");
 }
 
 TEST_F(HookLogFile, AFifoGetsItsRecordsUntilItsReaderGoesAway) {

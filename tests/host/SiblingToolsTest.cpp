@@ -1,3 +1,4 @@
+// What --add and --update show of the tools is in tests/system/test_sibling_tools.py.
 #include "host/SiblingTools.h"
 
 #include <cerrno>
@@ -6,7 +7,6 @@
 
 #include <gtest/gtest.h>
 
-#include "base/QuelmUtilException.h"
 #include "lib/process/lib/Exceptions.h"
 #include "tests/support/Captured.h"
 #include "tests/support/Faults.h"
@@ -14,15 +14,11 @@
 
 namespace {
 
-using quelm::QuelmUtilException;
 using quelm::setDefaultUlimit;
 using quelm::setDepotDirtyFlag;
 using quelm::test::inChild;
 using quelm::test::readFile;
 using quelm::test::TempDir;
-
-const std::string noFile = "forkExecvPipes: execv() failed: No such file or directory\n\n"
-                           "System error 2: No such file or directory\n";
 
 class SiblingTools : public testing::Test {
 protected:
@@ -36,30 +32,10 @@ protected:
     std::string tool(const std::string& name) const { return root_.path("admin/sbin/" + name); }
     std::string called() const { return readFile(root_.path("called")); }
 
-    std::string dirtyFlagFailure() const {
-        try {
-            setDepotDirtyFlag(root_.path());
-        } catch (const QuelmUtilException& failure) {
-            return failure.what();
-        }
-        return "no exception";
-    }
     std::string ulimitError(const std::vector<std::string>& services) const {
         testing::internal::CaptureStderr();
         setDefaultUlimit(services, root_.path());
         return testing::internal::GetCapturedStderr();
-    }
-
-    // What checkServiceExists throws, and anything that reaches the streams.
-    std::string check(const std::string& service) const {
-        const auto outcome = inChild([&] {
-            try {
-                quelm::checkServiceExists(service, root_.path());
-            } catch (const QuelmUtilException& failure) {
-                std::fputs(failure.what(), stdout);
-            }
-        });
-        return outcome.output + outcome.error;
     }
 
     TempDir root_;
@@ -70,38 +46,12 @@ TEST_F(SiblingTools, ThePanelsRootAndToolPathAreFixed) {
     EXPECT_EQ(quelm::adminTool(quelm::panelRoot, "depotctl"), "/opt/ovt/admin/sbin/depotctl");
 }
 
-TEST_F(SiblingTools, TheDirtyFlagIsOneOption) {
-    install("depotctl");
-    EXPECT_EQ(dirtyFlagFailure(), "no exception");
-    EXPECT_EQ(called(), tool("depotctl") + "\n--set-dirty-flag\n");
-}
-
-TEST_F(SiblingTools, AFailedDirtyFlagThrowsTheStandardErrorAsItCame) {
-    const std::string failed = "Failed to set depotctl dirty flag : ";
-    EXPECT_EQ(dirtyFlagFailure(), failed + noFile);
-    for (const auto& [script, error] : {std::pair{"echo shown; echo 'no depot' >&2; exit 1", "no depot\n"},
-                                        {"exit 1", ""},
-                                        {"kill -KILL $$", ""}}) {
-        install("depotctl", script);
-        EXPECT_EQ(dirtyFlagFailure(), failed + error);
-    }
-}
-
 TEST_F(SiblingTools, TheServiceOptionStandsOnceBeforeAllNames) {
     install("quotagate");
     EXPECT_EQ(ulimitError({"a", "b"}), "");
     EXPECT_EQ(called(), tool("quotagate") + "\n--set\n8192\n--service\na\nb\n--no-restart\n");
     EXPECT_EQ(ulimitError({}), "");
     EXPECT_EQ(called(), tool("quotagate") + "\n--set\n8192\n--service\n--no-restart\n");
-}
-
-TEST_F(SiblingTools, AFailedUlimitIsAMessageAndNoException) {
-    const std::string failed = "[Error] Failed to set default ulimit: ";
-    EXPECT_EQ(ulimitError({"a"}), failed + noFile + "\n");
-    install("quotagate", "echo 'no gate' >&2; exit 9");
-    EXPECT_EQ(ulimitError({"a"}), failed + "no gate\n\n");
-    install("quotagate", "kill -KILL $$");
-    EXPECT_EQ(ulimitError({"a"}), failed + "\n");
 }
 
 TEST_F(SiblingTools, ASystemErrorLeavesTheDirtyFlagAndTheUlimitUnchanged) {
@@ -135,26 +85,6 @@ TEST_F(SiblingTools, ASystemErrorLeavesTheServiceCheckUnchanged) {
     EXPECT_EQ(outcome.error, "fork_execv_pipes: fork() failed\n"
                              "System error 11: Resource temporarily unavailable\n");
     EXPECT_EQ(outcome.output, outcome.error);
-}
-
-TEST_F(SiblingTools, AnExistingServiceRaisesNothing) {
-    install("quelmrc", "echo shown; echo shown >&2");
-    EXPECT_EQ(check("php8.2-fpm"), "");
-    EXPECT_EQ(called(), tool("quelmrc") + "\nphp8.2-fpm\nexists\n");
-    EXPECT_EQ(check("php-fpm.service"), "");
-}
-
-TEST_F(SiblingTools, AMissingServiceIsNamedWithAHintAtItsSuffix) {
-    EXPECT_EQ(check("x"), "x: service not found."); // without the tool
-    install("quelmrc", "kill -KILL $$");
-    EXPECT_EQ(check("x"), "x: service not found.");
-    install("quelmrc", "echo shown; echo shown >&2; exit 4");
-    for (const std::string service : {"nothing", "php.Service", "service", ""}) {
-        EXPECT_EQ(check(service), service + ": service not found.");
-    }
-    for (const std::string service : {"php-fpm.service", ".service"}) {
-        EXPECT_EQ(check(service), service + ": service not found. Please retry without '.service' suffix.");
-    }
 }
 
 TEST_F(SiblingTools, AnActionThatFailsIsReportedOnBothStreams) {

@@ -209,7 +209,7 @@ TEST(Documents, AreReadAsTheirLinesTell) {
 
 TEST(Documents, ValuesOfTheWholeLanguageAreDroppedOrRefused) {
     const std::vector<Document> values = documentsOf("values.txt");
-    EXPECT_GT(values.size(), 370u);
+    EXPECT_EQ(values.size(), 203u);
     for (const Document& value : values) {
         SCOPED_TRACE(value.name);
         for (const auto& [text, verdict] :

@@ -162,22 +162,6 @@ TEST(HandlerTable, ShortValuesAreRightAlignedBelowTheTitles) {
                   std::string(28, ' ') + "\n");
 }
 
-TEST(HandlerTable, LongValuesWidenTheirColumns) {
-    PhpHandler other = handlerWithId("x");
-    other.type = PhpHandlerType::fastcgi;
-    const std::string titles =
-        "  id:      display name:  version:    type:             cgi-bin:         cli-bin:"
-        "                  php.ini:  system:    service:                  pool.d:\n";
-    const std::string first =
-        "php81  PHP 8.1.2 (8.1.2)     8.1.2      fpm  /usr/bin/php-cgi8.1  /usr/bin/php8.1"
-        "  /etc/php/8.1/fpm/php.ini        *  php8.1-fpm  /etc/php/8.1/fpm/pool.d\n";
-    const std::string second =
-        "    x                  d         v  fastcgi                    p                c"
-        "                         i";
-    EXPECT_EQ(table(registryOf({fpmHandler(), other})),
-              titles + first + second + std::string(46, ' ') + "\n");
-}
-
 TEST(HandlerTable, WidthsCountTheExpandedName) {
     PhpHandler handler = handlerWithId("a");
     handler.displayname = "$version$version";

@@ -49,9 +49,9 @@ def test_every_command_is_in(file):
         assert not ALL - words, f"{file} does not know {sorted(ALL - words)}"
 
 
-@pytest.mark.parametrize("file", ["README.md", "NEWS", "tests/cli/DispatcherTest.cpp"])
+@pytest.mark.parametrize("file", ["README.md", "NEWS"])
 def test_every_command_is_told_of_in(file):
-    untold = [word for word in ALL if not re.search(rf"(?:(?<![\w-])|\\t){word}(?![\w-])", text_of(file))]
+    untold = [word for word in ALL if not re.search(rf"(?<![\w-]){word}(?![\w-])", text_of(file))]
     assert not untold, f"{file} does not tell of {untold}"
 
 

@@ -1,5 +1,5 @@
-// To add a command: write commands/NAMECommand.cpp, declare its handler in commands/Commands.h and give it a
-// row here. CONTRIBUTING.md lists what else a command needs.
+// To add a command: write its source in commands/, declare it in commands/Commands.h and give it a row here.
+// CONTRIBUTING.md lists what else a command needs.
 #include "cli/Dispatcher.h"
 
 #include <iostream>
@@ -69,10 +69,16 @@ int helpCommand(int /*argc*/, char** /*argv*/) {
 
 int dispatch(int argc, char** argv) {
     const std::map<std::string_view, CommandHandler> commands{
-        {"--add", addCommand},       {"--remove", removeCommand},
-        {"--update", updateCommand}, {"--list-json", listJsonCommand},
-        {"--list", listCommand},     {"--reread", rereadCommand},
-        {"-h", helpCommand},         {"--help", helpCommand},
+        // clang-format off
+        {"--add", addCommand},
+        {"--remove", removeCommand},
+        {"--update", updateCommand},
+        {"--list-json", listJsonCommand},
+        {"--list", listCommand},
+        {"--reread", rereadCommand},
+        {"-h", helpCommand},
+        {"--help", helpCommand},
+        // clang-format on
     };
     if (argc < 2) {
         printErrorAndUsage("no command specified");

@@ -1,6 +1,5 @@
-// Every command, each defined in a file of its own. A command gets its own word as argument 0, followed by
-// its options, and returns the exit status. It may throw; main turns the exception into a message and a
-// status.
+// Every command. A command gets its own word as argument 0, followed by its options, and returns the exit
+// status. It may throw; main turns the exception into a message and a status.
 #pragma once
 
 namespace quelm {

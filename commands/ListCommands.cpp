@@ -1,4 +1,4 @@
-// --list and --list-json. They ignore their arguments.
+// --list and --list-json, which ignore their arguments.
 #include <cstdio>
 #include <iostream>
 
@@ -11,7 +11,7 @@ namespace quelm {
 namespace {
 
 // The listings are written in large pieces; stdio's buffer would only add a copy.
-std::ostream& unbufferedOutput() {
+std::ostream& unbufferStandardOutput() {
     std::setvbuf(stdout, nullptr, _IONBF, 0);
     return std::cout;
 }
@@ -19,12 +19,13 @@ std::ostream& unbufferedOutput() {
 } // namespace
 
 int listCommand(int /*argc*/, char** /*argv*/) {
-    writeHandlerTable(RegistrySnapshot(registryPath).handlers(), unbufferedOutput());
+    writeHandlerTable(RegistrySnapshot(registryPath).handlers(), unbufferStandardOutput());
     return 0;
 }
 
 int listJsonCommand(int /*argc*/, char** /*argv*/) {
-    writeRegistryJson(RegistrySnapshot(registryPath).handlers(), unbufferedOutput(), false);
+    constexpr bool forStorage = false;
+    writeRegistryJson(RegistrySnapshot(registryPath).handlers(), unbufferStandardOutput(), forStorage);
     return 0;
 }
 

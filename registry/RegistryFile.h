@@ -23,6 +23,7 @@ public:
 
     // In file order, no two with the same id, display names decoded. Valid while the snapshot is.
     const HandlerViews& handlers() const { return handlers_; }
+    // For load, which releases each view when its record is made.
     HandlerViews& handlers() { return handlers_; }
 
 private:

@@ -17,7 +17,7 @@ ADD = ("--add", "--path", CGI, "--phpini", INI, "--type", "cgi", "--id", "x")
 
 @dataclasses.dataclass
 class Command:
-    """The rows in their order are a run: the example's words with their output, the registry that they leave behind
+    """In order, the rows are one run: the example's words with their output, the registry that they leave behind
     and the calls that they make. The description is what an option error shows."""
 
     word: str

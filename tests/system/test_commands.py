@@ -57,7 +57,7 @@ def test_every_command_is_told_of_in(file):
 
 @pytest.mark.parametrize("word", sorted(ALL))
 def test_the_files_of_the_command(word):
-    file = COMMANDS[word].tested_in if word in COMMANDS else f"tests/system/test_{word[2:]}.py"
+    file = COMMANDS[word].tested_in if word in COMMANDS else f"tests/system/test_{word[2:].replace('-', '_')}.py"
     assert f'"{word}"' in text_of(file), f"{file} does not test {word}"
     source = f"commands/{camel(word)[0].upper()}{camel(word)[1:]}Command.cpp"
     sources = "".join(path.read_text(encoding="utf-8") for path in (ROOT / "commands").glob("*Command*.cpp"))
@@ -72,7 +72,8 @@ def test_every_source_of_commands_is_built():
 
 @pytest.mark.parametrize("word", WITH_OPTIONS)
 def test_every_command_with_options_is_fuzzed_and_completed(word):
-    assert f"{camel(word)}Options" in text_of("fuzz/OptionParsing.cpp"), f"fuzz/OptionParsing.cpp lacks {word}"
+    for file in ("commands/Commands.h", "fuzz/OptionParsing.cpp"):
+        assert f"{camel(word)}Options" in text_of(file), f"{file} lacks the options of {word}"
     for file, taken in (
             ("_tamrix", f"    {word}) _arguments"), ("tamrix.bash", f"[{word}]="), ("tamrix.fish", f" {word}")):
         assert taken in text_of(f"packaging/completion/{file}"), f"packaging/completion/{file} lacks options of {word}"

@@ -184,7 +184,7 @@ def test_the_version_is_read_when_the_interpreter(host, name):
     interpreter(host, body)
     before = time.monotonic()
     assert host.tamrix(*ADD, BAD, stdin="caller's") == ok("x\n")
-    assert time.monotonic() - before < 20
+    assert time.monotonic() - before < 50, "waited for the daemon"
     assert host.registry == document(record("x", path=BAD, version=version))
     assert host.tamrix("--list-json") == ok(document(record("x", path=BAD, version=version, displayname=version)))
 

@@ -82,7 +82,8 @@ install_missing() {
         as_root=(sudo)
         [[ -t 0 ]] || as_root+=(-n)
         if ! "${as_root[@]}" -v 2>/dev/null; then
-            echo "as root: apt-get install --no-install-recommends ${missing[*]}" >&2
+            echo "packages are missing;" \
+                "as root: apt-get update && apt-get install --no-install-recommends ${missing[*]}" >&2
             return 1
         fi
     fi

@@ -8,13 +8,6 @@ ByteBuffer::ByteBuffer(ByteBuffer&& other) noexcept
     : block_(std::move(other.block_)), size_(std::exchange(other.size_, 0)),
       capacity_(std::exchange(other.capacity_, 0)) {}
 
-ByteBuffer& ByteBuffer::operator=(ByteBuffer&& other) noexcept {
-    block_ = std::move(other.block_);
-    size_ = std::exchange(other.size_, 0);
-    capacity_ = std::exchange(other.capacity_, 0);
-    return *this;
-}
-
 bool ByteBuffer::reserve(std::size_t capacity) {
     if (capacity <= capacity_) {
         return true;

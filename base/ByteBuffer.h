@@ -18,7 +18,6 @@ class ByteBuffer {
 public:
     ByteBuffer() = default;
     ByteBuffer(ByteBuffer&& other) noexcept;
-    ByteBuffer& operator=(ByteBuffer&& other) noexcept;
 
     // Grows the capacity to at least `capacity` bytes. False when memory runs out; the buffer is then
     // unchanged. Invalidates pointers into the buffer.

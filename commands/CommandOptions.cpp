@@ -78,7 +78,7 @@ struct CommandOptions::Library {
 
 CommandOptions::CommandOptions(const std::string& caption)
     : library_(new Library{po::options_description(caption), {}}) {}
-CommandOptions::CommandOptions(CommandOptions&&) noexcept = default;
+CommandOptions::CommandOptions(CommandOptions&&) noexcept = default; // LCOV_EXCL_LINE always elided
 CommandOptions::~CommandOptions() = default;
 
 void CommandOptions::addText(const char* name, const char* help) {

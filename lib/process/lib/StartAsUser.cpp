@@ -141,8 +141,8 @@ int copyForComplaints(int error) {
         fatal_message(1, 0, "forkExecvPipes: execv() failed: %s\n", std::strerror(errno));
     } catch (const std::exception& failure) {
         writeLine(complaints, failure.what());
-    } catch (...) {
-        writeLine(complaints, "forkExecvPipes: unknown exception");
+    } catch (...) { // LCOV_EXCL_LINE nothing above throws anything else
+        writeLine(complaints, "forkExecvPipes: unknown exception"); // LCOV_EXCL_LINE as above
     }
     leaveChild(1);
 }
